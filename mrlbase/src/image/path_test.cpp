@@ -1,0 +1,78 @@
+#include <mrlbase/path.h>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+struct PointRecord {
+  CMRL_PSVTemplate<float> point;
+  int type = 0;
+  bool close = false;
+};
+
+PointRecord At(const CCA_Path& path, int index) {
+  PointRecord r;
+  EXPECT_TRUE(path.GetPoint(index, r.point, r.type, r.close)) << index;
+  return r;
+}
+
+TEST(PathTest, PointsKeepOrderKindAndCoordinates) {
+  CCA_Path path;
+  EXPECT_EQ(path.GetPointCount(), 0);
+  path.MoveTo(1.5f, -2.0f);
+  path.LineTo(3, 4);
+  path.BezierTo(5, 6, 7, 8, 9, 10);
+  ASSERT_EQ(path.GetPointCount(), 5);
+
+  const PointRecord first = At(path, 0);
+  EXPECT_EQ(first.point, CMRL_PSVTemplate<float>(1.5f, -2.0f));
+  EXPECT_EQ(first.type, CA_PATH_MoveTo);
+  EXPECT_EQ(At(path, 1).type, CA_PATH_LineTo);
+  EXPECT_EQ(At(path, 1).point, CMRL_PSVTemplate<float>(3, 4));
+  for (int i = 2; i < 5; ++i) {
+    const PointRecord b = At(path, i);
+    EXPECT_EQ(b.type, CA_PATH_BezierTo) << i;
+    EXPECT_EQ(b.point, CMRL_PSVTemplate<float>(5.0f + 2 * (i - 2), 6.0f + 2 * (i - 2))) << i;
+    EXPECT_FALSE(b.close) << i;
+  }
+}
+
+TEST(PathTest, ClosePathFlagsOnlyTheLastPointOfTheFigure) {
+  CCA_Path path;
+  path.ClosePath();  // nothing to close yet
+  EXPECT_EQ(path.GetPointCount(), 0);
+
+  path.MoveTo(0, 0);
+  path.LineTo(10, 0);
+  path.LineTo(10, 10);
+  path.ClosePath();
+  path.MoveTo(20, 20);
+  path.LineTo(30, 20);
+  ASSERT_EQ(path.GetPointCount(), 5);
+  EXPECT_FALSE(At(path, 0).close);
+  EXPECT_FALSE(At(path, 1).close);
+  EXPECT_TRUE(At(path, 2).close);
+  EXPECT_FALSE(At(path, 3).close);
+  EXPECT_FALSE(At(path, 4).close);
+
+  path.ClosePath();
+  path.ClosePath();  // closing twice changes nothing more
+  EXPECT_TRUE(At(path, 4).close);
+  EXPECT_EQ(path.GetPointCount(), 5);
+}
+
+TEST(PathTest, OutOfRangeIndexLeavesOutputsAlone) {
+  CCA_Path path;
+  path.MoveTo(1, 1);
+  for (int index : {-1, 1, 1000}) {
+    CMRL_PSVTemplate<float> point(7, 8);
+    int type = 42;
+    bool close = true;
+    EXPECT_FALSE(path.GetPoint(index, point, type, close)) << index;
+    EXPECT_EQ(point, CMRL_PSVTemplate<float>(7, 8));
+    EXPECT_EQ(type, 42);
+    EXPECT_TRUE(close);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,231 @@
+#include <mrlbase/byte_string_converter.h>
+
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "core/byte_string_converter_internal.h"
+#include "platform/platform.h"
+
+namespace {
+
+using Conv = CMRL_ByteStringConverter;
+
+std::wstring Wide(const CMRL_WideString& s) { return std::wstring(s.c_str(), static_cast<size_t>(s.GetLength())); }
+std::string Bytes(const CMRL_ByteString& s) { return std::string(s.c_str(), static_cast<size_t>(s.GetLength())); }
+
+std::wstring FromUtf8(const std::string& bytes) {
+  return Wide(Conv::utf8_to_unicode(bytes.data(), static_cast<int>(bytes.size())));
+}
+std::string ToUtf8(const std::wstring& units) {
+  return Bytes(Conv::unicode_to_utf8(units.data(), static_cast<int>(units.size())));
+}
+
+constexpr wchar_t R = 0xFFFD;
+
+// Encodes one scalar value the long way, independently of the converter.
+std::string EncodeOne(uint32_t cp) {
+  std::string out;
+  if (cp < 0x80) {
+    out += static_cast<char>(cp);
+  } else if (cp < 0x800) {
+    out += static_cast<char>(0xC0 | (cp >> 6));
+    out += static_cast<char>(0x80 | (cp & 0x3F));
+  } else if (cp < 0x10000) {
+    out += static_cast<char>(0xE0 | (cp >> 12));
+    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (cp & 0x3F));
+  } else {
+    out += static_cast<char>(0xF0 | (cp >> 18));
+    out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (cp & 0x3F));
+  }
+  return out;
+}
+
+TEST(ByteStringConverterTest, EveryScalarValueRoundTrips) {
+  std::wstring all;
+  std::string expected;
+  for (uint32_t cp = 1; cp <= 0x10FFFF; ++cp) {
+    if (cp >= 0xD800 && cp <= 0xDFFF) continue;
+    all += static_cast<wchar_t>(cp);
+    expected += EncodeOne(cp);
+  }
+  const std::string utf8 = ToUtf8(all);
+  ASSERT_EQ(expected.size(), utf8.size());
+  EXPECT_TRUE(expected == utf8);
+  EXPECT_TRUE(all == FromUtf8(utf8));
+  // The system's own converter agrees on valid text.
+  EXPECT_TRUE(all == Wide(mrl_core::DecodeCodeset("UTF-8", utf8.data(), utf8.size())));
+}
+
+TEST(ByteStringConverterTest, IllFormedUtf8GivesOneReplacementPerMaximalSubpart) {
+  struct Case {
+    std::string in;
+    std::wstring out;
+  };
+  const std::vector<Case> cases = {
+      {"\xC0\xAF", {R, R}},                      // overlong lead, then a stray continuation
+      {"\xE2\x82\x41", {R, L'A'}},               // truncated three-byte sequence
+      {"\xED\xA0\x80", {R, R, R}},               // a surrogate
+      {"\xED\x9F\xBF", {0xD7FF}},                // just below the surrogates
+      {"\xEE\x80\x80", {0xE000}},                // just above them
+      {"\xE0\x80\x80", {R, R, R}},               // overlong three-byte
+      {"\xE0\xA0\x80", {0x800}},
+      {"\xF0\x80\x80\x80", {R, R, R, R}},        // overlong four-byte
+      {"\xF0\x90\x80\x80", {0x10000}},
+      {"\xF4\x8F\xBF\xBF", {0x10FFFF}},
+      {"\xF4\x90\x80\x80", {R, R, R, R}},        // above U+10FFFF
+      {"\xF5\x80\x80\x80", {R, R, R, R}},
+      {"\xF8\x88\x80\x80\x80", {R, R, R, R, R}},
+      {"\xC1\xBF", {R, R}},
+      {"\xC2", {R}},
+      {"\xC2\x7F", {R, 0x7F}},
+      {"\xF0\x9F\x98", {R}},                     // truncated at the end: one
+      {"\xF0\x9F\x98\x41", {R, L'A'}},
+      {"\xF0\x9F\xC3\xA9", {R, 0xE9}},           // a new lead ends the old sequence
+      {"\x80\xBF", {R, R}},
+      {"\xFE\xFF", {R, R}},
+      {std::string("a\xF1\x80\x80\xE1\x80\xC2" "b\x80" "c\x80\xBF" "d"), {L'a', R, R, R, L'b', R, L'c', R, R, L'd'}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.in));
+    EXPECT_EQ(c.out, FromUtf8(c.in));
+    // The same bytes in the middle of long ASCII runs hit the eight-byte fast path's edges.
+    for (size_t pad = 0; pad < 9; ++pad) {
+      const std::string before(pad, 'x');
+      const std::string after(17 - pad, 'y');
+      EXPECT_EQ(std::wstring(pad, L'x') + c.out + std::wstring(17 - pad, L'y'), FromUtf8(before + c.in + after));
+    }
+  }
+}
+
+// A proper prefix of a well-formed sequence is itself one maximal subpart: one U+FFFD, after which
+// decoding resumes with the next byte.
+TEST(ByteStringConverterTest, EveryTruncatedSequenceGivesOneReplacement) {
+  for (uint32_t cp = 0x80; cp <= 0x10FFFF; cp += (cp < 0x3000 ? 1 : 97)) {
+    if (cp >= 0xD800 && cp <= 0xDFFF) continue;
+    const std::string full = EncodeOne(cp);
+    for (size_t cut = 1; cut < full.size(); ++cut) {
+      const std::string prefix = full.substr(0, cut);
+      ASSERT_EQ(std::wstring({R, L'z'}), FromUtf8(prefix + "z")) << std::hex << cp << " cut " << cut;
+      ASSERT_EQ(std::wstring({R, static_cast<wchar_t>(cp)}), FromUtf8(prefix + full)) << std::hex << cp;
+    }
+  }
+}
+
+TEST(ByteStringConverterTest, LengthsNullsAndEmbeddedZeros) {
+  EXPECT_EQ(0, Conv::utf8_to_unicode(nullptr, 5).GetLength());
+  EXPECT_EQ(0, Conv::utf8_to_unicode(nullptr, -1).GetLength());
+  EXPECT_EQ(0, Conv::unicode_to_utf8(nullptr, -1).GetLength());
+  EXPECT_EQ(0, Conv::utf8_to_unicode("abc", 0).GetLength());
+  EXPECT_EQ(0, Conv::local_to_unicode(nullptr, -1).GetLength());
+  EXPECT_EQ(0, Conv::unicode_to_local(nullptr, 3).GetLength());
+
+  EXPECT_EQ(std::wstring(L"a\xE9"), Wide(Conv::utf8_to_unicode("a\xC3\xA9\0zz", -1)));
+  EXPECT_EQ(std::wstring(L"a\xE9"), Wide(Conv::utf8_to_unicode("a\xC3\xA9\0zz", -2)));
+  EXPECT_EQ(std::wstring(L"a\xE9\0zz", 5), Wide(Conv::utf8_to_unicode("a\xC3\xA9\0zz", 6)));
+  EXPECT_EQ(std::wstring({L'a', R}), Wide(Conv::utf8_to_unicode("a\xC3\xA9", 2)));  // cut mid-character
+  EXPECT_EQ(std::string("\0\xE2\x82\xAC\0", 5), Bytes(Conv::unicode_to_utf8(L"\0\x20AC\0", 3)));
+  EXPECT_EQ(std::string("\xE2\x82\xAC"), Bytes(Conv::unicode_to_utf8(L"\x20AC\0\x20AC", -1)));
+}
+
+TEST(ByteStringConverterTest, WideUnitsThatAreNotScalarValuesBecomeReplacement) {
+  const std::string replacement = "\xEF\xBF\xBD";
+  const wchar_t bad[] = {0xD800, 0xDBFF, 0xDC00, 0xDFFF, 0x110000, static_cast<wchar_t>(-1), 0x7FFFFFFF};
+  for (wchar_t unit : bad) {
+    EXPECT_EQ("a" + replacement + "b", ToUtf8(std::wstring({L'a', unit, L'b'}))) << std::hex << unit;
+  }
+  // A high and a low surrogate do not pair up in UTF-32.
+  EXPECT_EQ(replacement + replacement, ToUtf8(std::wstring({0xD83D, 0xDE00})));
+}
+
+TEST(ByteStringConverterTest, LocalEncodingInUtf8AndAsciiLocalesIsUtf8) {
+  const std::string saved = std::setlocale(LC_CTYPE, nullptr);
+  const std::string text = "Gr\xC3\xBC\xC3\x9F \xE4\xB8\xAD \xF0\x9F\x98\x80 \xC0";
+  for (const char* name : {"C", "POSIX", "C.UTF-8"}) {
+    if (!std::setlocale(LC_CTYPE, name)) continue;
+    SCOPED_TRACE(name);
+    const std::wstring wide = Wide(Conv::local_to_unicode(text.data(), static_cast<int>(text.size())));
+    EXPECT_EQ(FromUtf8(text), wide);
+    EXPECT_EQ(ToUtf8(wide), Bytes(Conv::unicode_to_local(wide.data(), static_cast<int>(wide.size()))));
+  }
+  std::setlocale(LC_CTYPE, saved.c_str());
+}
+
+TEST(ByteStringConverterTest, CodesetNamesReadAsUtf8) {
+  for (const char* name : {"UTF-8", "utf8", "UTF_8", "ANSI_X3.4-1968", "ASCII", "US-ASCII", "", static_cast<const char*>(nullptr)}) {
+    EXPECT_TRUE(mrl_platform::IsUtf8Codeset(name)) << (name ? name : "(null)");
+  }
+  for (const char* name : {"ISO-8859-1", "GB18030", "UTF-16", "UTF-8-EXTRA-LONG-NAME", "EUC-JP"}) {
+    EXPECT_FALSE(mrl_platform::IsUtf8Codeset(name)) << name;
+  }
+}
+
+TEST(ByteStringConverterTest, LocalEncodingInALatin1Locale) {
+  const std::string saved = std::setlocale(LC_CTYPE, nullptr);
+  const char* found = nullptr;
+  for (const char* name : {"en_US.ISO-8859-1", "en_US", "de_DE.ISO-8859-1", "de_DE", "fr_FR.ISO-8859-1",
+                           "en_GB.ISO-8859-1"}) {
+    if (std::setlocale(LC_CTYPE, name)) {
+      found = name;
+      break;
+    }
+  }
+  if (!found) GTEST_SKIP() << "no ISO-8859-1 locale is installed";
+  const std::wstring wide = Wide(Conv::local_to_unicode("caf\xE9", -1));
+  const std::string back = Bytes(Conv::unicode_to_local(L"caf\xE9 \x20AC", -1));
+  std::setlocale(LC_CTYPE, saved.c_str());
+  EXPECT_EQ(std::wstring(L"caf\xE9"), wide);
+  EXPECT_EQ(std::string("caf\xE9 ?"), back);
+}
+
+// The named-codeset paths run through the system converter, so they can be checked without a
+// matching locale installed.
+TEST(ByteStringConverterTest, NamedCodesets) {
+  using mrl_core::DecodeCodeset;
+  using mrl_core::EncodeCodeset;
+  std::string latin1;
+  std::wstring latin1Wide;
+  for (int b = 0; b < 256; ++b) {
+    latin1 += static_cast<char>(b);
+    latin1Wide += static_cast<wchar_t>(b);
+  }
+  EXPECT_EQ(latin1Wide, Wide(DecodeCodeset("ISO-8859-1", latin1.data(), latin1.size())));
+  EXPECT_EQ(latin1, Bytes(EncodeCodeset("ISO-8859-1", latin1Wide.data(), latin1Wide.size())));
+  EXPECT_EQ(std::wstring(L"\x20AC"), Wide(DecodeCodeset("ISO-8859-15", "\xA4", 1)));
+
+  // Characters the codeset cannot hold, and non-scalar units, become "?" one each.
+  const std::wstring mixed = {L'a', 0x20AC, L'b', 0xD800, 0x1F600, 0x110000, L'c'};
+  EXPECT_EQ("a?b???c", Bytes(EncodeCodeset("ISO-8859-1", mixed.data(), mixed.size())));
+
+  // EUC-JP: a two-byte character, a lead byte without its trail, a truncated end.
+  EXPECT_EQ(std::wstring(L"\x3042" L"A"), Wide(DecodeCodeset("EUC-JP", "\xA4\xA2" "A", 3)));
+  EXPECT_EQ(std::wstring({R, L'A'}), Wide(DecodeCodeset("EUC-JP", "\xA4" "A", 2)));
+  EXPECT_EQ(std::wstring({L'A', R}), Wide(DecodeCodeset("EUC-JP", "A\xA4", 2)));
+  EXPECT_EQ(std::wstring(L"x\0y", 3), Wide(DecodeCodeset("EUC-JP", "x\0y", 3)));
+
+  // GB18030 four-byte sequence, then a broken one.
+  EXPECT_EQ(std::wstring(L"\x20AC"), Wide(DecodeCodeset("GB18030", "\xA2\xE3", 2)));
+  EXPECT_EQ(std::wstring(L"\x00E9"), Wide(DecodeCodeset("GB18030", "\xA8\xA6", 2)));
+  EXPECT_EQ(std::wstring(L"\x0080"), Wide(DecodeCodeset("GB18030", "\x81\x30\x81\x30", 4)));
+  EXPECT_EQ(std::wstring({R, R, L'0'}), Wide(DecodeCodeset("GB18030", "\x81\x30\xFF\x30", 4)));
+  EXPECT_EQ(std::wstring({L'1', R}), Wide(DecodeCodeset("GB18030", "1\x81\x30\x81", 4)));  // truncated end
+  EXPECT_EQ(std::wstring({L'1', R, R}), Wide(DecodeCodeset("GB18030", "1\x81\xFF", 3)));
+
+  // A stateful codeset returns to its initial state before "?" and at the end.
+  const std::wstring japanese = {0x3042, 0x20AC, L'z', 0x3044};
+  const CMRL_ByteString jis = EncodeCodeset("ISO-2022-JP", japanese.data(), japanese.size());
+  EXPECT_EQ(std::wstring({0x3042, L'?', L'z', 0x3044}), Wide(DecodeCodeset("ISO-2022-JP", jis.c_str(), jis.GetLength())));
+  EXPECT_EQ("\x1B(B", Bytes(jis).substr(Bytes(jis).size() - 3));
+
+  // An unknown codeset falls back to UTF-8 rather than losing the text.
+  EXPECT_EQ(std::wstring(L"\xE9"), Wide(DecodeCodeset("NO-SUCH-CODESET", "\xC3\xA9", 2)));
+  EXPECT_EQ("\xC3\xA9", Bytes(EncodeCodeset("NO-SUCH-CODESET", L"\xE9", 1)));
+}
+
+}  // namespace

@@ -1,0 +1,103 @@
+#include <mrlbase/ts_array_template.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include <mrlbase/byte_string.h>
+
+namespace {
+
+TEST(TSArrayTemplateTest, SingleThreadedBehaviourMatchesTheBase) {
+  CMRL_TSArrayTemplate<CMRL_ArrayTemplate, int> a;
+  EXPECT_TRUE(a.Add(1));
+  EXPECT_TRUE(a.Add(3));
+  EXPECT_TRUE(a.InsertAt(1, 2));
+  EXPECT_FALSE(a.InsertAt(9, 2));
+  EXPECT_TRUE(a.SetAt(0, 10));
+  EXPECT_FALSE(a.SetAt(3, 10));
+  EXPECT_EQ(3, a.GetSize());
+  EXPECT_EQ(10, a.GetAt(0));
+  EXPECT_EQ(0, a.GetAt(3));
+  EXPECT_TRUE(a.RemoveAt(0));
+  EXPECT_FALSE(a.RemoveAt(2));
+
+  CMRL_TSArrayTemplate<CMRL_ArrayTemplate, int> copy = a;
+  copy.Add(4);
+  EXPECT_EQ(2, a.GetSize());
+  EXPECT_EQ(3, copy.GetSize());
+  a = copy;
+  EXPECT_EQ(3, a.GetSize());
+  CMRL_TSArrayTemplate<CMRL_ArrayTemplate, int> moved = std::move(copy);
+  EXPECT_EQ(3, moved.GetSize());
+  EXPECT_EQ(0, copy.GetSize());  // NOLINT(bugprone-use-after-move): moved-from is empty by contract
+  copy = std::move(moved);
+  EXPECT_EQ(3, copy.GetSize());
+  copy.RemoveAll();
+  EXPECT_EQ(0, copy.GetSize());
+  EXPECT_EQ(3, a.Snapshot().GetSize());
+}
+
+TEST(TSArrayTemplateTest, ConcurrentWritersReadersAndCopiers) {
+  constexpr int kThreads = 4;
+  constexpr int kPerThread = 500;
+  CMRL_TSArrayTemplate<CMRL_ObjectArray, CMRL_ByteString> names;
+  std::atomic<bool> writersDone{false};
+  std::atomic<int> badReads{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&names, t] {
+      for (int i = 0; i < kPerThread; ++i) {
+        const CMRL_ByteString name(std::to_string(t * kPerThread + i));
+        if (i % 3 == 0) {
+          names.InsertAt(0, name);
+        } else {
+          names.Add(name);
+        }
+      }
+    });
+  }
+  // Readers and copiers run while the writers do.
+  std::thread reader([&] {
+    int last = 0;
+    while (!writersDone.load()) {
+      const int size = names.GetSize();
+      if (size < last) ++badReads;  // nothing is removed, so the size never falls
+      last = size;
+      if (size > 0 && names.GetAt(0).IsEmpty()) ++badReads;
+      const auto copy = names;  // takes the shared lock
+      if (copy.GetSize() < last) ++badReads;
+    }
+  });
+  for (auto& th : threads) th.join();
+  writersDone = true;
+  reader.join();
+  EXPECT_EQ(0, badReads.load());
+
+  const auto all = names.Snapshot();
+  ASSERT_EQ(kThreads * kPerThread, all.GetSize());
+  std::vector<int> values;
+  for (const CMRL_ByteString& s : all) values.push_back(std::stoi(s.c_str()));
+  std::sort(values.begin(), values.end());
+  for (int i = 0; i < kThreads * kPerThread; ++i) ASSERT_EQ(i, values[static_cast<size_t>(i)]);
+}
+
+TEST(TSArrayTemplateTest, ConcurrentRemovalsNeverDoubleRemove) {
+  CMRL_TSArrayTemplate<CMRL_ArrayTemplate, int> a;
+  for (int i = 0; i < 2000; ++i) a.Add(i);
+  std::atomic<int> removed{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&] {
+      while (a.RemoveAt(0)) ++removed;
+    });
+  }
+  for (auto& th : threads) th.join();
+  EXPECT_EQ(2000, removed.load());
+  EXPECT_EQ(0, a.GetSize());
+}
+
+}  // namespace

@@ -1,0 +1,243 @@
+#include <zelutility/file_info.h>
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <string>
+
+namespace {
+
+// Each test works in a fresh folder of its own below the system's temporary folder.
+class FileInfoTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/zel_file_info_XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    root_ = pattern;
+  }
+  void TearDown() override {
+    std::error_code error;
+    std::filesystem::remove_all(root_, error);
+    EXPECT_FALSE(error) << error.message();
+  }
+
+  std::string At(const std::string& relative) const { return root_ + "/" + relative; }
+
+  std::string MakeFile(const std::string& relative, const std::string& contents, mode_t mode = 0644) const {
+    const std::string path = At(relative);
+    std::ofstream(path, std::ios::binary) << contents;
+    EXPECT_EQ(chmod(path.c_str(), mode), 0);
+    return path;
+  }
+
+  std::string MakeDir(const std::string& relative, mode_t mode = 0755) const {
+    const std::string path = At(relative);
+    EXPECT_EQ(mkdir(path.c_str(), mode), 0);
+    EXPECT_EQ(chmod(path.c_str(), mode), 0);
+    return path;
+  }
+
+  static bool Exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
+
+  static std::string Read(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  }
+
+  static std::string RandomBytes(std::size_t n) {
+    std::mt19937 rng(static_cast<unsigned>(n));
+    std::string s(n, '\0');
+    for (char& c : s) c = static_cast<char>(rng());
+    return s;
+  }
+
+  std::string root_;
+};
+
+TEST_F(FileInfoTest, CheckFilePathReportsOnlyAskedProperties) {
+  const std::string file = MakeFile("f.txt", "x");
+  const std::string dir = MakeDir("d");
+  const std::string readOnly = MakeFile("ro.txt", "x", 0444);
+  const std::string missing = At("missing");
+
+  EXPECT_EQ(CheckFilePath(file.c_str(), 2), 0);   // without the value 1 nothing is asked
+  EXPECT_EQ(CheckFilePath(file.c_str(), 0), 0);
+  EXPECT_EQ(CheckFilePath(file.c_str(), 3), 3);
+  EXPECT_EQ(CheckFilePath(dir.c_str(), 3), 1);
+  EXPECT_EQ(CheckFilePath(missing.c_str(), 3), 0);
+  EXPECT_EQ(CheckFilePath(dir.c_str(), 5), 5);
+  EXPECT_EQ(CheckFilePath(file.c_str(), 5), 1);
+  EXPECT_EQ(CheckFilePath(file.c_str(), 7), 3);
+  EXPECT_EQ(CheckFilePath(dir.c_str(), 7), 5);
+  EXPECT_EQ(CheckFilePath(file.c_str(), 9), 1);   // 8 has no meaning
+  EXPECT_EQ(CheckFilePath(dir.c_str(), 9), 1);
+  EXPECT_EQ(CheckFilePath(readOnly.c_str(), 49), 17);
+  EXPECT_EQ(CheckFilePath(file.c_str(), 49), 49);
+  EXPECT_EQ(CheckFilePath(file.c_str(), -1), 51);
+  EXPECT_EQ(CheckFilePath("", 63), 0);
+  EXPECT_EQ(CheckFilePath(static_cast<const char*>(nullptr), 63), 0);
+
+  const std::wstring wideFile(file.begin(), file.end());
+  EXPECT_EQ(CheckFilePath(wideFile.c_str(), 35), 35);
+  EXPECT_EQ(CheckFilePath(wideFile.c_str(), 4), 0);
+  EXPECT_EQ(CheckFilePath(L"", 1), 0);
+}
+
+TEST_F(FileInfoTest, GetFileFlagsCombinesKindAndPermissions) {
+  EXPECT_EQ(GetFileFlags(MakeFile("rw", "").c_str()), 51);
+  EXPECT_EQ(GetFileFlags(MakeDir("d").c_str()), 53);
+  EXPECT_EQ(GetFileFlags(MakeFile("ro", "", 0444).c_str()), 19);
+  EXPECT_EQ(GetFileFlags(MakeFile("wo", "", 0200).c_str()), 35);
+  EXPECT_EQ(GetFileFlags(MakeFile("none", "", 0).c_str()), 3);
+  EXPECT_EQ(GetFileFlags(MakeDir("rodir", 0555).c_str()), 21);
+  EXPECT_EQ(GetFileFlags("/dev/null"), 1 + 16 + 32);   // neither file nor folder
+  EXPECT_EQ(GetFileFlags(At("missing").c_str()), 0);
+  EXPECT_EQ(GetFileFlags(""), 0);
+  EXPECT_EQ(GetFileFlags(static_cast<const char*>(nullptr)), 0);
+  EXPECT_EQ(GetFileFlags(static_cast<const wchar_t*>(nullptr)), 0);
+
+  // Non-ASCII names: the narrow form reads UTF-8, the wide form code points.
+  const std::string utf8 = MakeFile("\xE6\x96\x87\xE4\xBB\xB6.txt", "");
+  EXPECT_EQ(GetFileFlags(utf8.c_str()), 51);
+  const std::wstring wide = std::wstring(root_.begin(), root_.end()) + L"/\u6587\u4EF6.txt";
+  EXPECT_EQ(GetFileFlags(wide.c_str()), 51);
+}
+
+TEST_F(FileInfoTest, SeparatorsAreNormalisedBeforeAsking) {
+  const std::string dir = MakeDir("d");
+  const std::string file = MakeFile("d/f", "x");
+
+  EXPECT_TRUE(ZELFileInfo((dir + "/").c_str(), -1).IsDir());
+  EXPECT_TRUE(ZELFileInfo((dir + "\\").c_str(), -1).IsDir());
+  EXPECT_TRUE(ZELFileInfo((root_ + "\\d\\f").c_str(), -1).IsFile());
+  // One final separator goes, so a file written as a folder is still found; a second one stays.
+  EXPECT_TRUE(ZELFileInfo((file + "/").c_str(), -1).IsFile());
+  EXPECT_FALSE(ZELFileInfo((file + "//").c_str(), -1).IsExists());
+  EXPECT_FALSE(ZELFileInfo((file + "\\/").c_str(), -1).IsExists());
+
+  const std::wstring wideDir = std::wstring(dir.begin(), dir.end()) + L"\\";
+  EXPECT_TRUE(ZELFileInfo(wideDir.c_str(), -1).IsDir());
+
+  // An explicit length reads only that many bytes.
+  const std::string longer = dir + "/f-and-more";
+  EXPECT_TRUE(ZELFileInfo(longer.c_str(), static_cast<int>(dir.size())).IsDir());
+  EXPECT_TRUE(ZELFileInfo(longer.c_str(), static_cast<int>(dir.size() + 2)).IsFile());
+  EXPECT_FALSE(ZELFileInfo(longer.c_str(), 0).IsExists());
+
+  // A lone separator, null and empty paths have no status.
+  EXPECT_FALSE(ZELFileInfo("/", -1).IsExists());
+  EXPECT_FALSE(ZELFileInfo(static_cast<const char*>(nullptr), -1).IsExists());
+  EXPECT_FALSE(ZELFileInfo(L"", -1).IsExists());
+}
+
+TEST_F(FileInfoTest, SnapshotIsTakenOnceAndCopies) {
+  const std::string file = MakeFile("f", "x", 0444);
+  ZELFileInfo info(file.c_str(), -1);
+  ASSERT_TRUE(info.IsExists());
+  EXPECT_TRUE(info.IsFile());
+  EXPECT_FALSE(info.IsDir());
+  EXPECT_TRUE(info.ReadEnable());
+  EXPECT_FALSE(info.WriteEnable());
+
+  ASSERT_EQ(std::remove(file.c_str()), 0);
+  EXPECT_TRUE(info.IsFile());   // nothing refreshes the answers
+
+  ZELFileInfo missing(file.c_str(), -1);
+  EXPECT_FALSE(missing.IsExists());
+  EXPECT_FALSE(missing.IsFile());
+  EXPECT_FALSE(missing.ReadEnable());
+
+  ZELFileInfo copy(info);
+  EXPECT_TRUE(copy.IsFile());
+  copy = missing;
+  EXPECT_FALSE(copy.IsExists());
+  missing = info;
+  EXPECT_TRUE(missing.ReadEnable());
+  EXPECT_FALSE(missing.WriteEnable());
+  const ZELFileInfo& self = missing;
+  missing = self;   // assignment to itself keeps the record
+  EXPECT_TRUE(missing.IsFile());
+}
+
+TEST_F(FileInfoTest, CopyFileAroundTheBlockSize) {
+  for (std::size_t size : {0u, 1u, 4095u, 4096u, 4097u, 8192u, 12289u}) {
+    const std::string contents = RandomBytes(size);
+    const std::string source = MakeFile("src" + std::to_string(size), contents);
+    const std::string target = At("dst" + std::to_string(size));
+    LXCopyFile(source.c_str(), target.c_str());
+    ASSERT_TRUE(Exists(target)) << size;
+    EXPECT_EQ(Read(target), contents) << size;
+  }
+  // An existing longer target is emptied first.
+  const std::string target = MakeFile("long", std::string(10000, 'z'));
+  LXCopyFile(MakeFile("short", "abc").c_str(), target.c_str());
+  EXPECT_EQ(Read(target), "abc");
+  // Backslashes are separators on the way in.
+  LXCopyFile((root_ + "\\short").c_str(), (root_ + "\\copy").c_str());
+  EXPECT_EQ(Read(At("copy")), "abc");
+}
+
+TEST_F(FileInfoTest, CopyFileWithoutSourceLeavesTargetAlone) {
+  const std::string target = MakeFile("target", "keep me");
+  LXCopyFile(At("missing").c_str(), target.c_str());
+  EXPECT_EQ(Read(target), "keep me");
+  LXCopyFile(At("missing").c_str(), At("new").c_str());
+  EXPECT_FALSE(Exists(At("new")));
+  // A target that cannot be opened: the source stays as it was.
+  const std::string source = MakeFile("source", "data");
+  LXCopyFile(source.c_str(), At("no/such/folder/t").c_str());
+  EXPECT_EQ(Read(source), "data");
+  LXCopyFile(nullptr, target.c_str());
+  EXPECT_EQ(Read(target), "keep me");
+}
+
+TEST_F(FileInfoTest, CreateFileMakesFoldersAndKeepsExistingFiles) {
+  const std::string existing = MakeFile("e.txt", "contents");
+  EXPECT_TRUE(LXCreateFile(existing.c_str()));
+  EXPECT_EQ(Read(existing), "contents");
+
+  EXPECT_TRUE(LXCreateFile(At("a/b/c/new.txt").c_str()));
+  EXPECT_EQ(GetFileFlags(At("a/b/c").c_str()) & 4, 4);
+  EXPECT_TRUE(Exists(At("a/b/c/new.txt")));
+  EXPECT_EQ(Read(At("a/b/c/new.txt")), "");
+
+  // Backslashes are turned into separators; doubled ones do no harm.
+  EXPECT_TRUE(LXCreateFile((root_ + "\\x\\\\y\\z.bin").c_str()));
+  EXPECT_TRUE(Exists(At("x/y/z.bin")));
+}
+
+TEST_F(FileInfoTest, CreateFileRemovesOnlyTheFoldersItMade) {
+  // A path that ends in a separator makes no file, and its new folders go again.
+  EXPECT_FALSE(LXCreateFile(At("a/b/").c_str()));
+  EXPECT_FALSE(Exists(At("a")));
+
+  // "b" cannot be made (its name is too long): "a" existed before and stays.
+  MakeDir("a");
+  const std::string tooLong(300, 'b');
+  EXPECT_FALSE(LXCreateFile(At("a/" + tooLong + "/c").c_str()));
+  EXPECT_TRUE(Exists(At("a")));
+
+  // A failure deep down removes the whole chain made by this call, and only that.
+  MakeDir("a/keep");
+  EXPECT_FALSE(LXCreateFile(At("a/keep/n1/n2/" + tooLong + "/f").c_str()));
+  EXPECT_TRUE(Exists(At("a/keep")));
+  EXPECT_FALSE(Exists(At("a/keep/n1")));
+
+  // A regular file in the way of a folder.
+  MakeFile("a/plain", "p");
+  EXPECT_FALSE(LXCreateFile(At("a/plain/f").c_str()));
+  EXPECT_EQ(Read(At("a/plain")), "p");
+
+  EXPECT_FALSE(LXCreateFile(""));
+  EXPECT_FALSE(LXCreateFile(nullptr));
+}
+
+}  // namespace

@@ -47,9 +47,10 @@ class ZEL_API TempFile {
   // Makes the path once: folder followed directly by a new name. Later calls change nothing.
   void generateFilePath();
 
-  const std::string& getDir() const noexcept { return m_dir; }
+  // The folder given to the constructor, or the system's.
+  const std::string& getDir() const noexcept;
   // "" until generateFilePath has run.
-  const std::string& getFilePath() const noexcept { return m_filePath; }
+  const std::string& getFilePath() const noexcept;
 
   // The system's folder for temporary files, ending in its separator; "" when it is unknown.
   static std::string getSystemTempDir();

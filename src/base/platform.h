@@ -63,8 +63,8 @@ bool MakeDirectory(const std::string& path);
 // Removes one empty folder; false when it could not be removed.
 bool RemoveDirectory(const std::string& path);
 
-// Removes a file at exactly the path given (no separator is rewritten, since the caller made the
-// file under this text); false when nothing was removed.
+// Removes a file, never a folder, at exactly the path given (no separator is rewritten, since the
+// caller made the file under this text); false when nothing was removed.
 bool RemoveFile(const char* path);
 
 // An open C stream that closes itself.

@@ -136,7 +136,9 @@ bool RemoveDirectory(const std::string& path) {
   return ::rmdir(WithForwardSlashes(path).c_str()) == 0;
 }
 
-bool RemoveFile(const char* path) { return path != nullptr && std::remove(path) == 0; }
+// unlink, not remove: the C library's remove also takes away an empty folder, which a temporary
+// file name that came out as its bare folder must never do.
+bool RemoveFile(const char* path) { return path != nullptr && ::unlink(path) == 0; }
 
 FilePtr OpenFile(const char* path, const char* mode) {
   if (path == nullptr || mode == nullptr) return nullptr;

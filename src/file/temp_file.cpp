@@ -38,6 +38,10 @@ void TempFile::generateFilePath() {
   m_filePath = m_dir + generateFileName();
 }
 
+const std::string& TempFile::getDir() const noexcept { return m_dir; }
+
+const std::string& TempFile::getFilePath() const noexcept { return m_filePath; }
+
 std::string TempFile::getSystemTempDir() { return zel::platform::TempDirectory(); }
 
 std::string TempFile::generateFileName() const {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -215,6 +216,18 @@ TEST_F(TempFileTest, DestructorRemovesOnlyAGeneratedPath) {
     TempFile t(dir_.c_str());
     t.generateFilePath();       // never created: removal fails quietly
   }
+
+  // A name with no pieces leaves the path equal to its (empty) folder, which must survive.
+  const std::string folder = dir_ + "empty/";
+  ASSERT_EQ(mkdir(folder.c_str(), 0755), 0);
+  {
+    TempFile t(folder.c_str());
+    t.setUseAppID(false);
+    t.setUseRandomNumber(false);
+    t.generateFilePath();
+    ASSERT_EQ(t.getFilePath(), folder);
+  }
+  EXPECT_TRUE(Exists(folder));
 }
 
 TEST_F(TempFileTest, CopiesShareTheNameAndBothTryToRemove) {

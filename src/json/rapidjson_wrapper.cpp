@@ -1,0 +1,530 @@
+#include "rapidjson_wrapper.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <utility>
+
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+namespace {
+
+using Value = RapidjsonWrapper::Value;
+
+// Readers: each writes `out` only when the stored form is accepted. They decide by the stored
+// form (integer or floating point), not by the numeric value.
+bool ReadInt(const Value& v, int& out) noexcept {
+  if (!v.IsInt()) return false;
+  out = v.GetInt();
+  return true;
+}
+
+bool ReadUint(const Value& v, unsigned int& out) noexcept {
+  if (v.IsUint()) {
+    out = v.GetUint();
+    return true;
+  }
+  if (v.IsInt()) {  // a negative int32 reads as its bit pattern
+    out = static_cast<unsigned int>(v.GetInt());
+    return true;
+  }
+  return false;
+}
+
+bool ReadInt64(const Value& v, int64_t& out) noexcept {
+  if (!v.IsInt64()) return false;
+  out = v.GetInt64();
+  return true;
+}
+
+bool ReadUint64(const Value& v, uint64_t& out) noexcept {
+  if (v.IsUint64()) {
+    out = v.GetUint64();
+    return true;
+  }
+  if (v.IsInt64()) {
+    out = static_cast<uint64_t>(v.GetInt64());
+    return true;
+  }
+  return false;
+}
+
+bool ReadString(const Value& v, const char*& out) noexcept {
+  if (!v.IsString()) return false;
+  out = v.GetString();
+  return true;
+}
+
+bool ReadBool(const Value& v, bool& out) noexcept {
+  if (!v.IsBool()) return false;
+  out = v.GetBool();
+  return true;
+}
+
+bool ReadFloat(const Value& v, float& out) noexcept {
+  if (!v.IsFloat() && !v.IsInt()) return false;
+  out = static_cast<float>(v.GetDouble());
+  return true;
+}
+
+bool ReadDouble(const Value& v, double& out) noexcept {
+  if (!v.IsDouble() && !v.IsInt()) return false;
+  out = v.GetDouble();
+  return true;
+}
+
+template <class T>
+T ReadOwn(const Value& v, bool (*read)(const Value&, T&), T refusal, bool* ok) noexcept {
+  T result = refusal;
+  const bool accepted = read(v, result);
+  if (ok != nullptr) *ok = accepted;
+  return accepted ? result : refusal;
+}
+
+template <class T>
+T ReadOr(const Value* v, bool (*read)(const Value&, T&), T defaultValue) noexcept {
+  T result = defaultValue;
+  return (v != nullptr && read(*v, result)) ? result : defaultValue;
+}
+
+bool IsUsableKey(const char* key) noexcept { return key != nullptr && key[0] != '\0'; }
+
+}  // namespace
+
+RapidjsonWrapper::RapidjsonWrapper(std::unique_ptr<rapidjson::Document> document) noexcept
+    : document_(std::move(document)),
+      value_(document_.get()),
+      allocator_(&document_->GetAllocator()),
+      memberPosition_() {
+  ResetMemberPosition();
+}
+
+RapidjsonWrapper::RapidjsonWrapper(Value* value, Allocator* allocator) noexcept
+    : value_(value), allocator_(allocator), memberPosition_() {
+  ResetMemberPosition();
+}
+
+RapidjsonWrapper::~RapidjsonWrapper() = default;
+
+const RapidjsonWrapper::Value* RapidjsonWrapper::ValueOf(const ZELJson* node) noexcept {
+  const auto* wrapper = dynamic_cast<const RapidjsonWrapper*>(node);
+  return wrapper != nullptr ? wrapper->value_ : nullptr;
+}
+
+void RapidjsonWrapper::ResetMemberPosition() noexcept {
+  memberPosition_ = value_->IsObject() ? value_->MemberEnd() : Value::MemberIterator();
+}
+
+ZELJsonType RapidjsonWrapper::GetType() const {
+  const Value& v = *value_;
+  if (v.IsNumber()) {
+    if (v.IsUint()) return ZELJsonUint;
+    if (v.IsInt()) return ZELJsonInt;
+    if (v.IsUint64()) return ZELJsonUint64;
+    if (v.IsInt64()) return ZELJsonInt64;
+    return ZELJsonDouble;
+  }
+  if (v.IsString()) return ZELJsonString;
+  if (v.IsBool()) return ZELJsonBoolean;
+  if (v.IsArray()) return ZELJsonArray;
+  if (v.IsObject()) return ZELJsonObject;
+  return ZELJsonNull;
+}
+
+int RapidjsonWrapper::AsInt(bool* ok) const { return ReadOwn(*value_, ReadInt, 0, ok); }
+bool RapidjsonWrapper::AsInt(int& value) const { return ReadInt(*value_, value); }
+unsigned int RapidjsonWrapper::AsUint(bool* ok) const { return ReadOwn(*value_, ReadUint, 0u, ok); }
+bool RapidjsonWrapper::AsUint(unsigned int& value) const { return ReadUint(*value_, value); }
+int64_t RapidjsonWrapper::AsInt64(bool* ok) const {
+  return ReadOwn(*value_, ReadInt64, int64_t{0}, ok);
+}
+bool RapidjsonWrapper::AsInt64(int64_t& value) const { return ReadInt64(*value_, value); }
+uint64_t RapidjsonWrapper::AsUint64(bool* ok) const {
+  return ReadOwn(*value_, ReadUint64, uint64_t{0}, ok);
+}
+bool RapidjsonWrapper::AsUint64(uint64_t& value) const { return ReadUint64(*value_, value); }
+const char* RapidjsonWrapper::AsString(bool* ok) const {
+  return ReadOwn<const char*>(*value_, ReadString, "", ok);
+}
+bool RapidjsonWrapper::AsString(const char*& value) const { return ReadString(*value_, value); }
+bool RapidjsonWrapper::AsBool(bool* ok) const { return ReadOwn(*value_, ReadBool, false, ok); }
+bool RapidjsonWrapper::AsBool(bool& value) const { return ReadBool(*value_, value); }
+float RapidjsonWrapper::AsFloat(bool* ok) const { return ReadOwn(*value_, ReadFloat, 0.0f, ok); }
+bool RapidjsonWrapper::AsFloat(float& value) const { return ReadFloat(*value_, value); }
+double RapidjsonWrapper::AsDouble(bool* ok) const { return ReadOwn(*value_, ReadDouble, 0.0, ok); }
+bool RapidjsonWrapper::AsDouble(double& value) const { return ReadDouble(*value_, value); }
+
+RapidjsonWrapper::Value* RapidjsonWrapper::Element(int index) const noexcept {
+  if (!value_->IsArray() || index < 0 || static_cast<rapidjson::SizeType>(index) >= value_->Size()) {
+    return nullptr;
+  }
+  return value_->Begin() + index;
+}
+
+RapidjsonWrapper::Value* RapidjsonWrapper::Member(const char* key) const noexcept {
+  if (!value_->IsObject() || !IsUsableKey(key)) return nullptr;
+  const auto it = value_->FindMember(key);
+  return it != value_->MemberEnd() ? &it->value : nullptr;
+}
+
+bool RapidjsonWrapper::HasKey(const char* key) const { return Member(key) != nullptr; }
+
+std::shared_ptr<ZELJson> RapidjsonWrapper::MakeView(Value* value) const {
+  return std::make_shared<RapidjsonWrapper>(value, allocator_);
+}
+
+std::shared_ptr<const ZELJson> RapidjsonWrapper::GetChild(int index) const {
+  Value* element = Element(index);
+  return element != nullptr ? MakeView(element) : nullptr;
+}
+
+std::shared_ptr<ZELJson> RapidjsonWrapper::GetChild(int index) {
+  Value* element = Element(index);
+  return element != nullptr ? MakeView(element) : nullptr;
+}
+
+std::shared_ptr<const ZELJson> RapidjsonWrapper::GetChild(const char* key) const {
+  Value* member = Member(key);
+  return member != nullptr ? MakeView(member) : nullptr;
+}
+
+std::shared_ptr<ZELJson> RapidjsonWrapper::GetChild(const char* key) {
+  Value* member = Member(key);
+  return member != nullptr ? MakeView(member) : nullptr;
+}
+
+int RapidjsonWrapper::GetInt(int index, int defaultValue) const {
+  return ReadOr(Element(index), ReadInt, defaultValue);
+}
+int RapidjsonWrapper::GetInt(const char* key, int defaultValue) const {
+  return ReadOr(Member(key), ReadInt, defaultValue);
+}
+unsigned int RapidjsonWrapper::GetUint(int index, unsigned int defaultValue) const {
+  return ReadOr(Element(index), ReadUint, defaultValue);
+}
+unsigned int RapidjsonWrapper::GetUint(const char* key, unsigned int defaultValue) const {
+  return ReadOr(Member(key), ReadUint, defaultValue);
+}
+int64_t RapidjsonWrapper::GetInt64(int index, int64_t defaultValue) const {
+  return ReadOr(Element(index), ReadInt64, defaultValue);
+}
+int64_t RapidjsonWrapper::GetInt64(const char* key, int64_t defaultValue) const {
+  return ReadOr(Member(key), ReadInt64, defaultValue);
+}
+uint64_t RapidjsonWrapper::GetUint64(int index, uint64_t defaultValue) const {
+  return ReadOr(Element(index), ReadUint64, defaultValue);
+}
+uint64_t RapidjsonWrapper::GetUint64(const char* key, uint64_t defaultValue) const {
+  return ReadOr(Member(key), ReadUint64, defaultValue);
+}
+const char* RapidjsonWrapper::GetString(int index, const char* defaultValue) const {
+  return ReadOr(Element(index), ReadString, defaultValue);
+}
+const char* RapidjsonWrapper::GetString(const char* key, const char* defaultValue) const {
+  return ReadOr(Member(key), ReadString, defaultValue);
+}
+bool RapidjsonWrapper::GetBool(int index, bool defaultValue) const {
+  return ReadOr(Element(index), ReadBool, defaultValue);
+}
+bool RapidjsonWrapper::GetBool(const char* key, bool defaultValue) const {
+  return ReadOr(Member(key), ReadBool, defaultValue);
+}
+float RapidjsonWrapper::GetFloat(int index, float defaultValue) const {
+  return ReadOr(Element(index), ReadFloat, defaultValue);
+}
+float RapidjsonWrapper::GetFloat(const char* key, float defaultValue) const {
+  return ReadOr(Member(key), ReadFloat, defaultValue);
+}
+double RapidjsonWrapper::GetDouble(int index, double defaultValue) const {
+  return ReadOr(Element(index), ReadDouble, defaultValue);
+}
+double RapidjsonWrapper::GetDouble(const char* key, double defaultValue) const {
+  return ReadOr(Member(key), ReadDouble, defaultValue);
+}
+
+RapidjsonWrapper::Value RapidjsonWrapper::MakeString(const char* text) const {
+  if (text == nullptr) text = "";
+  return Value(text, static_cast<rapidjson::SizeType>(std::strlen(text)), *allocator_);
+}
+
+bool RapidjsonWrapper::DeepCopy(const ZELJson* source, Value& copy) const {
+  const Value* sourceValue = ValueOf(source);
+  if (sourceValue == nullptr) return false;
+  // Copy before the target is touched: the source may lie inside this very container.
+  Value(*sourceValue, *allocator_).Swap(copy);
+  return true;
+}
+
+bool RapidjsonWrapper::Replace(int index, Value& newValue) noexcept {
+  Value* element = Element(index);
+  if (element == nullptr) return false;
+  *element = newValue;  // moves; the old value's bytes stay in the pool
+  return true;
+}
+
+void RapidjsonWrapper::Put(const char* key, Value& newValue) {
+  if (!value_->IsObject() || !IsUsableKey(key)) return;
+  const auto it = value_->FindMember(key);
+  if (it != value_->MemberEnd()) {
+    it->value = newValue;
+    return;
+  }
+  Value name = MakeString(key);
+  value_->AddMember(name, newValue, *allocator_);
+}
+
+RapidjsonWrapper::Value* RapidjsonWrapper::Insert(int index, Value& newValue) {
+  if (!value_->IsArray()) return nullptr;
+  const rapidjson::SizeType size = value_->Size();
+  if (index < 0 || static_cast<rapidjson::SizeType>(index) >= size) {
+    value_->PushBack(newValue, *allocator_);
+    return value_->End() - 1;
+  }
+  // RapidJSON only appends: grow by a placeholder, then shift the tail up one slot as raw bytes
+  // (values are relocatable) and build the new element over the stale bytes left at index.
+  Value placeholder(0);
+  value_->PushBack(placeholder, *allocator_);
+  Value* slot = value_->Begin() + index;  // the block may have moved in PushBack
+  std::memmove(static_cast<void*>(slot + 1), static_cast<const void*>(slot),
+               (size - static_cast<rapidjson::SizeType>(index)) * sizeof(Value));
+  new (static_cast<void*>(slot)) Value(std::move(newValue));
+  return slot;
+}
+
+bool RapidjsonWrapper::SetInt(int index, int value) {
+  Value v(value);
+  return Replace(index, v);
+}
+void RapidjsonWrapper::SetInt(const char* key, int value) {
+  Value v(value);
+  Put(key, v);
+}
+bool RapidjsonWrapper::SetUint(int index, unsigned int value) {
+  Value v(value);
+  return Replace(index, v);
+}
+void RapidjsonWrapper::SetUint(const char* key, unsigned int value) {
+  Value v(value);
+  Put(key, v);
+}
+bool RapidjsonWrapper::SetInt64(int index, int64_t value) {
+  Value v(value);
+  return Replace(index, v);
+}
+void RapidjsonWrapper::SetInt64(const char* key, int64_t value) {
+  Value v(value);
+  Put(key, v);
+}
+bool RapidjsonWrapper::SetUint64(int index, uint64_t value) {
+  Value v(value);
+  return Replace(index, v);
+}
+void RapidjsonWrapper::SetUint64(const char* key, uint64_t value) {
+  Value v(value);
+  Put(key, v);
+}
+bool RapidjsonWrapper::SetString(int index, const char* value) {
+  if (Element(index) == nullptr) return false;  // no copy into the pool when nothing is set
+  Value v = MakeString(value);
+  return Replace(index, v);
+}
+void RapidjsonWrapper::SetString(const char* key, const char* value) {
+  if (!value_->IsObject() || !IsUsableKey(key)) return;
+  Value v = MakeString(value);
+  Put(key, v);
+}
+bool RapidjsonWrapper::SetBool(int index, bool value) {
+  Value v(value);
+  return Replace(index, v);
+}
+void RapidjsonWrapper::SetBool(const char* key, bool value) {
+  Value v(value);
+  Put(key, v);
+}
+bool RapidjsonWrapper::SetFloat(int index, float value) {
+  Value v(static_cast<double>(value));
+  return Replace(index, v);
+}
+void RapidjsonWrapper::SetFloat(const char* key, float value) {
+  Value v(static_cast<double>(value));
+  Put(key, v);
+}
+bool RapidjsonWrapper::SetDouble(int index, double value) {
+  Value v(value);
+  return Replace(index, v);
+}
+void RapidjsonWrapper::SetDouble(const char* key, double value) {
+  Value v(value);
+  Put(key, v);
+}
+bool RapidjsonWrapper::SetJson(int index, std::shared_ptr<const ZELJson> value) {
+  Value copy;
+  if (Element(index) == nullptr || !DeepCopy(value.get(), copy)) return false;
+  return Replace(index, copy);
+}
+void RapidjsonWrapper::SetJson(const char* key, std::shared_ptr<const ZELJson> value) {
+  Value copy;
+  if (!value_->IsObject() || !IsUsableKey(key) || !DeepCopy(value.get(), copy)) return;
+  Put(key, copy);
+}
+
+std::shared_ptr<ZELJson> RapidjsonWrapper::AddContainer(int index, rapidjson::Type type) {
+  Value container(type);
+  Value* element = Insert(index, container);
+  return element != nullptr ? MakeView(element) : nullptr;
+}
+
+std::shared_ptr<ZELJson> RapidjsonWrapper::AddContainer(const char* key, rapidjson::Type type) {
+  if (!value_->IsObject() || !IsUsableKey(key)) return nullptr;
+  const auto it = value_->FindMember(key);
+  if (it != value_->MemberEnd()) {
+    it->value = Value(type);  // get-and-clear: what the member held is dropped
+    return MakeView(&it->value);
+  }
+  Value name = MakeString(key);
+  Value container(type);
+  value_->AddMember(name, container, *allocator_);
+  return MakeView(&(value_->MemberEnd() - 1)->value);  // AddMember appends, maybe after a move
+}
+
+std::shared_ptr<ZELJson> RapidjsonWrapper::AddArray(int index) {
+  return AddContainer(index, rapidjson::kArrayType);
+}
+std::shared_ptr<ZELJson> RapidjsonWrapper::AddArray(const char* key) {
+  return AddContainer(key, rapidjson::kArrayType);
+}
+std::shared_ptr<ZELJson> RapidjsonWrapper::AddObject(int index) {
+  return AddContainer(index, rapidjson::kObjectType);
+}
+std::shared_ptr<ZELJson> RapidjsonWrapper::AddObject(const char* key) {
+  return AddContainer(key, rapidjson::kObjectType);
+}
+
+bool RapidjsonWrapper::Remove(int index) {
+  Value* element = Element(index);
+  if (element == nullptr) return false;
+  value_->Erase(element);
+  return true;
+}
+
+void RapidjsonWrapper::Remove(const char* key) {
+  if (!value_->IsObject() || !IsUsableKey(key)) return;
+  const auto it = value_->FindMember(key);
+  if (it != value_->MemberEnd()) value_->RemoveMember(it);  // the last member fills the gap
+}
+
+CMRL_TSArrayTemplate<CMRL_ObjectArray, CMRL_ByteString> RapidjsonWrapper::GetKeys() const {
+  CMRL_TSArrayTemplate<CMRL_ObjectArray, CMRL_ByteString> keys;
+  if (!value_->IsObject()) return keys;
+  for (auto it = value_->MemberBegin(); it != value_->MemberEnd(); ++it) {
+    keys.Add(CMRL_ByteString(it->name.GetString()));  // a key with a NUL byte is cut there
+  }
+  return keys;
+}
+
+bool RapidjsonWrapper::Fetch(CMRL_ByteString& key, std::shared_ptr<ZELJson>& value) {
+  key = memberPosition_->name.GetString();
+  value = MakeView(&memberPosition_->value);
+  ++memberPosition_;
+  return memberPosition_ != value_->MemberEnd();
+}
+
+bool RapidjsonWrapper::GetFirstMember(CMRL_ByteString& key, std::shared_ptr<ZELJson>& value) {
+  if (!value_->IsObject()) return false;
+  memberPosition_ = value_->MemberBegin();
+  if (memberPosition_ == value_->MemberEnd()) return false;
+  return Fetch(key, value);
+}
+
+bool RapidjsonWrapper::GetNextMember(CMRL_ByteString& key, std::shared_ptr<ZELJson>& value) {
+  if (!value_->IsObject()) return false;
+  // A position left behind by a removal past the new end must not be read.
+  if (memberPosition_ < value_->MemberBegin() || memberPosition_ >= value_->MemberEnd()) {
+    return false;
+  }
+  return Fetch(key, value);
+}
+
+bool RapidjsonWrapper::InsertInt(int index, int value) {
+  Value v(value);
+  return Insert(index, v) != nullptr;
+}
+bool RapidjsonWrapper::InsertUint(int index, unsigned int value) {
+  Value v(value);
+  return Insert(index, v) != nullptr;
+}
+bool RapidjsonWrapper::InsertInt64(int index, int64_t value) {
+  Value v(value);
+  return Insert(index, v) != nullptr;
+}
+bool RapidjsonWrapper::InsertUint64(int index, uint64_t value) {
+  Value v(value);
+  return Insert(index, v) != nullptr;
+}
+bool RapidjsonWrapper::InsertString(int index, const char* value) {
+  if (!value_->IsArray()) return false;
+  Value v = MakeString(value);
+  return Insert(index, v) != nullptr;
+}
+bool RapidjsonWrapper::InsertBool(int index, bool value) {
+  Value v(value);
+  return Insert(index, v) != nullptr;
+}
+bool RapidjsonWrapper::InsertFloat(int index, float value) {
+  Value v(static_cast<double>(value));
+  return Insert(index, v) != nullptr;
+}
+bool RapidjsonWrapper::InsertDouble(int index, double value) {
+  Value v(value);
+  return Insert(index, v) != nullptr;
+}
+bool RapidjsonWrapper::InsertJson(int index, std::shared_ptr<const ZELJson> value) {
+  Value copy;
+  if (!value_->IsArray() || !DeepCopy(value.get(), copy)) return false;
+  return Insert(index, copy) != nullptr;
+}
+
+int RapidjsonWrapper::GetSize() const {
+  if (value_->IsArray()) return static_cast<int>(value_->Size());
+  if (value_->IsObject()) return static_cast<int>(value_->MemberCount());
+  return -1;
+}
+
+std::shared_ptr<ZELJson> RapidjsonWrapper::Clone() const {
+  auto document = std::make_unique<rapidjson::Document>();
+  Value(*value_, document->GetAllocator()).Swap(*document);
+  return std::make_shared<RapidjsonWrapper>(std::move(document));
+}
+
+bool RapidjsonWrapper::CopyFrom(std::shared_ptr<const ZELJson> other) {
+  const Value* source = ValueOf(other.get());
+  if (source == nullptr) return false;
+  if (document_) {
+    // A root or clone copies into a fresh pool of its own. The document and its pool stay until
+    // the node goes, so views taken before still point at live (if detached) values; a pool from
+    // an earlier CopyFrom is released only after the copy, as the source may lie inside it.
+    auto pool = std::make_unique<Allocator>();
+    Value copy(*source, *pool);
+    *value_ = copy;
+    ownedAllocator_ = std::move(pool);
+    allocator_ = ownedAllocator_.get();
+  } else {
+    // A view copies into its tree's pool, so the copy lives as long as the tree does.
+    Value copy(*source, *allocator_);
+    *value_ = copy;
+  }
+  ResetMemberPosition();
+  return true;
+}
+
+CMRL_ByteString RapidjsonWrapper::ToJsonString(const ZELJsonFactory::BuildConfig* config) const {
+  rapidjson::StringBuffer buffer;
+  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+  if (config != nullptr) {
+    // The writer needs at least one decimal place.
+    writer.SetMaxDecimalPlaces(std::max(1, config->GetMaxDecimalPlaces()));
+  }
+  value_->Accept(writer);  // on a NaN or infinity the text simply stops there
+  return CMRL_ByteString(buffer.GetString(), static_cast<int>(buffer.GetSize()));
+}

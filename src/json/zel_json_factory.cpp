@@ -1,0 +1,133 @@
+#include <zelutility/json_factory.h>
+
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include <rapidjson/document.h>
+#include <rapidjson/encodedstream.h>
+#include <rapidjson/memorystream.h>
+#include <rapidjson/reader.h>
+
+#include "rapidjson_wrapper.h"
+
+namespace {
+
+constexpr int kDefaultMaxDecimalPlaces = 324;
+// Deeper texts are refused: the parser recurses once per level and must not exhaust the stack.
+constexpr int kMaxNestingDepth = 1000;
+
+// Passes every parse event on to the document and stops the parse (kParseErrorTermination) the
+// moment a container would open past the depth limit, before the parser recurses into it.
+class DepthLimitedHandler {
+ public:
+  explicit DepthLimitedHandler(rapidjson::Document& document) noexcept : document_(document) {}
+
+  bool Null() { return document_.Null(); }
+  bool Bool(bool b) { return document_.Bool(b); }
+  bool Int(int i) { return document_.Int(i); }
+  bool Uint(unsigned u) { return document_.Uint(u); }
+  bool Int64(int64_t i) { return document_.Int64(i); }
+  bool Uint64(uint64_t u) { return document_.Uint64(u); }
+  bool Double(double d) { return document_.Double(d); }
+  bool RawNumber(const char* str, rapidjson::SizeType length, bool copy) {
+    return document_.RawNumber(str, length, copy);
+  }
+  bool String(const char* str, rapidjson::SizeType length, bool copy) {
+    return document_.String(str, length, copy);
+  }
+  bool Key(const char* str, rapidjson::SizeType length, bool copy) {
+    return document_.Key(str, length, copy);
+  }
+  bool StartObject() { return ++depth_ <= kMaxNestingDepth && document_.StartObject(); }
+  bool EndObject(rapidjson::SizeType memberCount) {
+    --depth_;
+    return document_.EndObject(memberCount);
+  }
+  bool StartArray() { return ++depth_ <= kMaxNestingDepth && document_.StartArray(); }
+  bool EndArray(rapidjson::SizeType elementCount) {
+    --depth_;
+    return document_.EndArray(elementCount);
+  }
+
+ private:
+  rapidjson::Document& document_;
+  int depth_ = 0;
+};
+
+// Feeds the text through RapidJSON's reader with default flags, the same stream types as
+// Document::Parse(text, length) (so a leading byte order mark is skipped the same way).
+class LimitedParse {
+ public:
+  LimitedParse(const char* text, size_t length) noexcept : text_(text), length_(length) {}
+
+  bool operator()(rapidjson::Document& document) {
+    rapidjson::MemoryStream bytes(text_, length_);
+    rapidjson::EncodedInputStream<rapidjson::UTF8<>, rapidjson::MemoryStream> input(bytes);
+    rapidjson::Reader reader;
+    DepthLimitedHandler handler(document);
+    result_ = reader.Parse<rapidjson::kParseDefaultFlags>(input, handler);
+    return !result_.IsError();
+  }
+
+  const rapidjson::ParseResult& Result() const noexcept { return result_; }
+
+ private:
+  const char* text_;
+  size_t length_;
+  rapidjson::ParseResult result_;
+};
+
+}  // namespace
+
+ZELJsonFactory::ParseConfig::ParseConfig() = default;
+ZELJsonFactory::ParseConfig& ZELJsonFactory::ParseConfig::operator=(const ParseConfig&) {
+  return *this;
+}
+ZELJsonFactory::ParseConfig& ZELJsonFactory::ParseConfig::operator=(ParseConfig&&) noexcept {
+  return *this;
+}
+
+ZELJsonFactory::BuildConfig::BuildConfig() : maxDecimalPlaces(kDefaultMaxDecimalPlaces) {}
+ZELJsonFactory::BuildConfig& ZELJsonFactory::BuildConfig::operator=(const BuildConfig& other) {
+  maxDecimalPlaces = other.maxDecimalPlaces;
+  return *this;
+}
+ZELJsonFactory::BuildConfig& ZELJsonFactory::BuildConfig::operator=(BuildConfig&& other) noexcept {
+  maxDecimalPlaces = other.maxDecimalPlaces;
+  return *this;
+}
+int ZELJsonFactory::BuildConfig::GetMaxDecimalPlaces() const { return maxDecimalPlaces; }
+void ZELJsonFactory::BuildConfig::SetMaxDecimalPlaces(int places) { maxDecimalPlaces = places; }
+
+ZELJsonFactory& ZELJsonFactory::operator=(const ZELJsonFactory&) { return *this; }
+ZELJsonFactory& ZELJsonFactory::operator=(ZELJsonFactory&&) noexcept { return *this; }
+
+std::shared_ptr<ZELJson> ZELJsonFactory::ParseJsonString(const char* text, unsigned int length,
+                                                         const ParseConfig* /*config*/) {
+  auto document = std::make_unique<rapidjson::Document>();
+  if (text == nullptr || text[0] == '\0' || length == 0) {
+    document->SetObject();
+    return std::make_shared<RapidjsonWrapper>(std::move(document));
+  }
+  // The parser stops at a NUL byte anyway; measuring first keeps the stream inside the text when
+  // the length is "no limit".
+  LimitedParse parse(text, strnlen(text, length));
+  document->Populate(parse);
+  if (parse.Result().IsError()) {
+    std::printf("Parse json error. code=%d\n", static_cast<int>(parse.Result().Code()));
+    return nullptr;
+  }
+  if (!document->IsArray() && !document->IsObject()) {
+    std::printf("Only allow array and object\n");
+    return nullptr;
+  }
+  return std::make_shared<RapidjsonWrapper>(std::move(document));
+}
+
+CMRL_ByteString ZELJsonFactory::BuildJsonString(std::shared_ptr<const ZELJson> json,
+                                                const BuildConfig* config) {
+  const auto* wrapper = dynamic_cast<const RapidjsonWrapper*>(json.get());
+  if (wrapper == nullptr) return CMRL_ByteString();
+  return wrapper->ToJsonString(config);
+}

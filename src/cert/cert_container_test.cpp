@@ -2,11 +2,17 @@
 // ParsePrivateKeyCert and ExportPublicKeyCert, the legacy algorithms included.
 #include <gtest/gtest.h>
 
+#include <openssl/objects.h>
+#include <openssl/pem.h>
+#include <openssl/pkcs7.h>
+#include <openssl/x509.h>
+
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -58,11 +64,53 @@ TEST(CertPkcs7, FirstCertificateOfSignedData) {
   EXPECT_EQ(Members(ReadCert("chain3.p7b.der")), Members(leaf));
 }
 
+TEST(CertPkcs7, SignedAndEnvelopedListCountsToo) {
+  std::unique_ptr<PKCS7, void (*)(PKCS7*)> p7(PKCS7_new(), PKCS7_free);
+  ASSERT_EQ(PKCS7_set_type(p7.get(), NID_pkcs7_signedAndEnveloped), 1);
+  // Only the algorithm of the (absent) encrypted content is needed to encode the envelope.
+  X509_ALGOR_set0(p7->d.signed_and_enveloped->enc_data->algorithm, OBJ_nid2obj(NID_aes_128_cbc), V_ASN1_UNDEF,
+                  nullptr);
+  for (const char* fixture : {"root.der", "leaf.der"}) {
+    const std::string der = ReadFileBytes(CertFixturePath(fixture));
+    const auto* cursor = reinterpret_cast<const unsigned char*>(der.data());
+    X509* cert = d2i_X509(nullptr, &cursor, static_cast<long>(der.size()));
+    ASSERT_NE(cert, nullptr);
+    PKCS7_add_certificate(p7.get(), cert);  // takes its own reference
+    X509_free(cert);
+  }
+  unsigned char* raw = nullptr;
+  const int length = i2d_PKCS7(p7.get(), &raw);
+  ASSERT_GT(length, 0);
+  const CMRL_ByteString der(reinterpret_cast<const char*>(raw), length);
+  OPENSSL_free(raw);
+  std::unique_ptr<BIO, int (*)(BIO*)> bio(BIO_new(BIO_s_mem()), BIO_free);
+  ASSERT_EQ(PEM_write_bio_PKCS7(bio.get(), p7.get()), 1);
+  char* text = nullptr;
+  const long textLength = BIO_get_mem_data(bio.get(), &text);
+  const CMRL_ByteString pem(text, static_cast<int>(textLength));
+
+  // This list is a DER SET OF, so encoding sorts it: the shorter leaf is stored first, though
+  // it was added second.
+  const std::vector<std::string> leaf = Members(ReadCert("leaf.der"));
+  for (const CMRL_ByteString* input : {&der, &pem}) {
+    CertInfo info;
+    ASSERT_TRUE(ParsePublicKeyCert(*input, info));
+    EXPECT_EQ(Members(info), leaf);
+  }
+}
+
 TEST(CertPkcs7, ContentWithoutCertificatesGivesFalse) {
   for (const char* fixture : {"enveloped.p7m", "enveloped.p7m.der", "empty_signed.p7b", "empty_signed.p7b.der"}) {
     CertInfo info = MarkedRecord();
     EXPECT_FALSE(ParsePublicKeyCert(CertFixture(fixture), info)) << fixture;
     EXPECT_EQ(Members(info), Members(MarkedRecord())) << fixture;
+  }
+  // Signed and signed-and-enveloped types whose optional content is missing altogether.
+  for (const char last : {'\x02', '\x04'}) {
+    const char bytes[] = {0x30, 0x0B, 0x06, 0x09, 0x2A, char(0x86), 0x48, char(0x86), char(0xF7), 0x0D, 0x01, 0x07, last};
+    CertInfo info = MarkedRecord();
+    EXPECT_FALSE(ParsePublicKeyCert(CMRL_ByteString(bytes, sizeof(bytes)), info)) << int(last);
+    EXPECT_EQ(Members(info), Members(MarkedRecord()));
   }
 }
 

@@ -2,15 +2,19 @@
 // the committed fixtures, append rules across readings, and the system's own CA certificates.
 #include <gtest/gtest.h>
 
+#include <openssl/bn.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
+#include <openssl/x509v3.h>
 
 #include <dirent.h>
 
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cert/cert_internal.h"
@@ -54,8 +58,10 @@ struct PKeyFree {
   void operator()(EVP_PKEY* k) const { EVP_PKEY_free(k); }
 };
 
-// A signed P-256 certificate whose validity texts are whatever the test wants, DER-encoded.
-CMRL_ByteString CertWithTimes(const char* notBefore, int beforeType, const char* notAfter, int afterType) {
+// A signed P-256 certificate whose validity texts are whatever the test wants, DER-encoded;
+// `adjust` may add extensions before it is signed.
+CMRL_ByteString CertWithTimes(const char* notBefore, int beforeType, const char* notAfter, int afterType,
+                              const std::function<void(X509*)>& adjust = nullptr) {
   std::unique_ptr<EVP_PKEY, PKeyFree> key(EVP_EC_gen("P-256"));
   std::unique_ptr<X509, X509Free> cert(X509_new());
   X509_set_version(cert.get(), 2);
@@ -67,12 +73,22 @@ CMRL_ByteString CertWithTimes(const char* notBefore, int beforeType, const char*
   after->type = afterType;
   ASN1_STRING_set(after, notAfter, -1);
   X509_set_pubkey(cert.get(), key.get());
+  if (adjust) adjust(cert.get());
   EXPECT_GT(X509_sign(cert.get(), key.get(), EVP_sha256()), 0);
   unsigned char* der = nullptr;
   const int length = i2d_X509(cert.get(), &der);
   CMRL_ByteString bytes(reinterpret_cast<const char*>(der), length);
   OPENSSL_free(der);
   return bytes;
+}
+
+// A URI general name of exactly these bytes, zero bytes included.
+GENERAL_NAME* UriName(const std::string& bytes) {
+  ASN1_IA5STRING* text = ASN1_IA5STRING_new();
+  ASN1_STRING_set(text, bytes.data(), static_cast<int>(bytes.size()));
+  GENERAL_NAME* name = GENERAL_NAME_new();
+  GENERAL_NAME_set0_value(name, GEN_URI, text);
+  return name;
 }
 
 }  // namespace
@@ -309,6 +325,86 @@ TEST(CertRead, ValidityTextsOutsideTheDerForms) {
                std::out_of_range);
   EXPECT_EQ(Str(early.notBefore), Str(kMarks.notBefore));
   EXPECT_EQ(Str(early.notAfter), Str(kMarks.notAfter));
+}
+
+// Extensions no command-line tool writes: identifiers longer than the fixed name buffers, a path
+// length beyond a long, a URI with a zero byte inside, access URIs of any length.
+TEST(CertRead, ExtensionTextsAtTheirLimits) {
+  std::string longOid = "1.3.6.1.4.1";
+  while (longOid.size() < 140) longOid += ".987654321";
+  const std::string ocsp = "1.3.6.1.5.5.7.48.1";
+  const CMRL_ByteString der = CertWithTimes(
+      "240309090500Z", V_ASN1_UTCTIME, "240309090500Z", V_ASN1_UTCTIME, [&](X509* cert) {
+        EXTENDED_KEY_USAGE* usages = sk_ASN1_OBJECT_new_null();
+        sk_ASN1_OBJECT_push(usages, OBJ_txt2obj(longOid.c_str(), 1));
+        X509_add1_ext_i2d(cert, NID_ext_key_usage, usages, 0, 0);
+        sk_ASN1_OBJECT_pop_free(usages, ASN1_OBJECT_free);
+
+        BASIC_CONSTRAINTS* constraints = BASIC_CONSTRAINTS_new();
+        constraints->ca = 0xFF;
+        BIGNUM* huge = nullptr;
+        BN_dec2bn(&huge, "100000000000000000000");
+        constraints->pathlen = BN_to_ASN1_INTEGER(huge, nullptr);
+        BN_free(huge);
+        X509_add1_ext_i2d(cert, NID_basic_constraints, constraints, 1, 0);
+        BASIC_CONSTRAINTS_free(constraints);
+
+        CRL_DIST_POINTS* points = sk_DIST_POINT_new_null();
+        DIST_POINT* point = DIST_POINT_new();
+        point->distpoint = DIST_POINT_NAME_new();
+        point->distpoint->type = 0;
+        point->distpoint->name.fullname = GENERAL_NAMES_new();
+        sk_GENERAL_NAME_push(point->distpoint->name.fullname, UriName(std::string("ab\0cdefgh", 9)));
+        sk_DIST_POINT_push(points, point);
+        X509_add1_ext_i2d(cert, NID_crl_distribution_points, points, 0, 0);
+        CRL_DIST_POINTS_free(points);
+
+        AUTHORITY_INFO_ACCESS* access = sk_ACCESS_DESCRIPTION_new_null();
+        const std::pair<std::string, std::string> entries[] = {{longOid, "a"}, {ocsp, ""}};
+        for (const auto& entry : entries) {
+          ACCESS_DESCRIPTION* description = ACCESS_DESCRIPTION_new();
+          ASN1_OBJECT_free(description->method);
+          description->method = OBJ_txt2obj(entry.first.c_str(), 1);
+          GENERAL_NAME_free(description->location);
+          description->location = UriName(entry.second);
+          sk_ACCESS_DESCRIPTION_push(access, description);
+        }
+        X509_add1_ext_i2d(cert, NID_info_access, access, 0, 0);
+        AUTHORITY_INFO_ACCESS_free(access);
+      });
+  CertInfo info;
+  ASSERT_TRUE(ParsePublicKeyCert(der, info));
+  // Extended key usage names are cut to 127 characters, access methods to 31.
+  const std::string cut127 = longOid.substr(0, 127);
+  EXPECT_EQ(Str(info.extendedKeyUsage), cut127 + "(" + cut127 + ")");
+  EXPECT_EQ(Str(info.basicConstraints), "Subject Type=CA\nPath Length Constraint=-1\n");
+  // The length test counts every byte; the text stops at the zero byte.
+  EXPECT_EQ(Str(info.crlDistributionPoints), "URL=ab");
+  const std::string cut31 = longOid.substr(0, 31);
+  EXPECT_EQ(Str(info.authorityInfoAccess), "Access Method=" + cut31 + "(" + cut31 +
+                                               ")\r\nAlternative Name:\r\nURL=a|Access Method=OCSP(" + ocsp +
+                                               ")\r\nAlternative Name:\r\nURL=");
+}
+
+TEST(CertRead, SignatureNamesComeFromTheSignedPart) {
+  // Signed with ECDSA/SHA-256, then the outer algorithm alone is relabelled as SHA-256/RSA.
+  const CMRL_ByteString signedDer =
+      CertWithTimes("240309090500Z", V_ASN1_UTCTIME, "240309090500Z", V_ASN1_UTCTIME);
+  const auto* cursor = reinterpret_cast<const unsigned char*>(signedDer.c_str());
+  std::unique_ptr<X509, X509Free> cert(d2i_X509(nullptr, &cursor, signedDer.GetLength()));
+  ASSERT_NE(cert, nullptr);
+  const X509_ALGOR* outer = nullptr;
+  X509_get0_signature(nullptr, &outer, cert.get());
+  X509_ALGOR_set0(const_cast<X509_ALGOR*>(outer), OBJ_nid2obj(NID_sha256WithRSAEncryption), V_ASN1_NULL, nullptr);
+  unsigned char* raw = nullptr;
+  const int length = i2d_X509(cert.get(), &raw);
+  const CMRL_ByteString relabelled(reinterpret_cast<const char*>(raw), length);
+  OPENSSL_free(raw);
+
+  CertInfo info = MarkedRecord();
+  ASSERT_TRUE(ParsePublicKeyCert(relabelled, info));
+  EXPECT_EQ(Str(info.signatureAlgorithm), "1.2.840.10045.4.3.2");
+  EXPECT_EQ(Str(info.digestAlgorithm), Str(kMarks.digestAlgorithm));
 }
 
 TEST(CertRead, InternalStepsRefuseNullAndNameAnyOrder) {

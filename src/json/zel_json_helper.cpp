@@ -1,6 +1,8 @@
 #include <zelutility/json_helper.h>
 
+#include <algorithm>
 #include <climits>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -50,17 +52,29 @@ unsigned int TruncateToLow32(double value) noexcept {
   return static_cast<unsigned int>(static_cast<uint64_t>(truncated));
 }
 
+// The exact decimal expansion of a double ends at most 1074 places after the point (2^-1074),
+// so every "%.Nf" decimal beyond that is a zero. Formatting only that far and padding keeps a
+// large decimal-places argument from making the runtime grind out the zeros one by one.
+constexpr int kExactDecimals = 1074;
+
 // The whole "%.Nf" text, however long: a small stack buffer first, the exact size when needed.
+// Only a text longer than a string can hold gives the empty text.
 CMRL_ByteString FormatFixed(double value, int decimalPlaces) {
   const int precision = decimalPlaces > 0 ? decimalPlaces : 6;
+  const int formatted = std::min(precision, kExactDecimals);
   char small[64];
-  const int length = std::snprintf(small, sizeof small, "%.*f", precision, value);
+  const int length = std::snprintf(small, sizeof small, "%.*f", formatted, value);
   if (length < 0) return CMRL_ByteString();
-  if (length < static_cast<int>(sizeof small)) return CMRL_ByteString(small, length);
+  // "inf" and "nan" take no decimals at all.
+  const int64_t padding = std::isfinite(value) ? int64_t{precision} - formatted : 0;
+  if (padding == 0 && length < static_cast<int>(sizeof small)) return CMRL_ByteString(small, length);
+  const int64_t total = int64_t{length} + padding;
+  if (total >= INT_MAX) return CMRL_ByteString();
   CMRL_ByteString text;
-  char* buffer = text.GetBuffer(length);
-  std::snprintf(buffer, static_cast<size_t>(length) + 1, "%.*f", precision, value);
-  text.ReleaseBuffer(length);
+  char* buffer = text.GetBuffer(static_cast<int>(total));
+  std::snprintf(buffer, static_cast<size_t>(length) + 1, "%.*f", formatted, value);
+  std::memset(buffer + length, '0', static_cast<size_t>(padding));
+  text.ReleaseBuffer(static_cast<int>(total));
   return text;
 }
 

@@ -2,6 +2,7 @@
 
 #include <climits>
 #include <cmath>
+#include <cstdio>
 #include <limits>
 #include <string>
 
@@ -203,6 +204,25 @@ TEST(ZELJsonHelperScalarTest, ToStringGivesLongTextsWhole) {
   // 2^200 is exact in a double, so all 61 digits are known.
   EXPECT_STREQ(ZELJsonHelper::ToString(root->GetChild(2), 0).c_str(),
                "-1606938044258990275541962092341162602522202993782792835301376.000000");
+
+  // Past the last decimal a double can have, the text goes on in zeros; the runtime's own
+  // formatting is the reference. Infinity and NaN take no decimals however many are asked for.
+  root->InsertDouble(-1, std::numeric_limits<double>::denorm_min());
+  root->InsertDouble(-1, -std::numeric_limits<double>::infinity());
+  root->InsertDouble(-1, std::numeric_limits<double>::quiet_NaN());
+  const double tiny = std::numeric_limits<double>::denorm_min();
+  for (int places : {1074, 1075, 3000}) {
+    std::string reference(static_cast<size_t>(places) + 3, '\0');
+    reference.resize(static_cast<size_t>(std::snprintf(&reference[0], reference.size(), "%.*f", places, tiny)));
+    EXPECT_EQ(std::string(ZELJsonHelper::ToString(root->GetChild(3), places).c_str()), reference) << places;
+  }
+  const std::string zeros = ZELJsonHelper::ToString(root->GetChild(0), 5000000).c_str();
+  ASSERT_EQ(zeros.size(), 5000002u);
+  EXPECT_EQ(zeros.find_first_not_of('0', 3), std::string::npos);
+  EXPECT_STREQ(ZELJsonHelper::ToString(root->GetChild(4), 5000).c_str(), "-inf");
+  EXPECT_STREQ(ZELJsonHelper::ToString(root->GetChild(5), INT_MAX).c_str(), "nan");
+  // A text longer than any string can hold is the one case that gives up.
+  EXPECT_TRUE(ZELJsonHelper::ToString(root->GetChild(0), INT_MAX).IsEmpty());
 
   // The separator form gives an empty array whatever the node.
   EXPECT_EQ(ZELJsonHelper::ToString(Parse("[\"a,b\"]")->GetChild(0), ",").GetSize(), 0);

@@ -459,6 +459,14 @@ bool FillCertInfo(X509* cert, CertInfo& info) {
   return true;
 }
 
+namespace {
+
+// An encrypted PEM block must not make OpenSSL ask for a password on the terminal: a library that
+// reads outside data has no one to ask, so the answer is always "no password".
+int RefusePemPassword(char*, int, int, void*) { return -1; }
+
+}  // namespace
+
 bool ParsePublicKeyCert(const CMRL_ByteString& cert, CertInfo& info) {
   const int length = cert.GetLength();
   if (length <= 0) return false;
@@ -470,7 +478,7 @@ bool ParsePublicKeyCert(const CMRL_ByteString& cert, CertInfo& info) {
   {
     BioPtr bio(BIO_new(BIO_s_mem()));
     if (bio && BIO_write(bio.get(), bytes, length) == length) {
-      if (X509Ptr x509{PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr)}) {
+      if (X509Ptr x509{PEM_read_bio_X509(bio.get(), nullptr, RefusePemPassword, nullptr)}) {
         bio.reset();
         return FillCertInfo(x509.get(), info);
       }
@@ -481,7 +489,7 @@ bool ParsePublicKeyCert(const CMRL_ByteString& cert, CertInfo& info) {
   {
     BioPtr bio(BIO_new_mem_buf(bytes, length));
     if (!bio) return false;
-    pkcs7.reset(PEM_read_bio_PKCS7(bio.get(), nullptr, nullptr, nullptr));
+    pkcs7.reset(PEM_read_bio_PKCS7(bio.get(), nullptr, RefusePemPassword, nullptr));
     if (!pkcs7) {
       bio.reset(BIO_new_mem_buf(bytes, length));
       if (!bio) return false;

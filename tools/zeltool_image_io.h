@@ -1,0 +1,84 @@
+#ifndef ZELTOOL_IMAGE_IO_H_
+#define ZELTOOL_IMAGE_IO_H_
+
+// Reading, writing and converting page images for the image commands of zeltool.
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include <mrlbase/dib.h>
+#include <mrlbase/stream.h>
+#include <zelutility/image_codec.h>
+#include <zelutility/image_format.h>
+#include <zelutility/path.h>
+
+namespace zeltool {
+
+// Decodes the file; null (with a message on standard error) when it cannot be read.
+inline std::unique_ptr<CCA_Dib> LoadImage(const std::string& path, const char* command) {
+  auto stream = CMRL_FileStream::Open(path.c_str(), false);
+  if (!stream) {
+    std::fprintf(stderr, "zeltool %s: cannot open %s\n", command, path.c_str());
+    return nullptr;
+  }
+  std::unique_ptr<CCA_Dib> dib(ImageDecode(stream.get()));
+  if (!dib) std::fprintf(stderr, "zeltool %s: %s is not an image this build can read\n", command, path.c_str());
+  return dib;
+}
+
+// A 32 bpp copy (Argb when the image has alpha, else Rgb32) of any bitmap, or the bitmap
+// itself when it already is one.
+inline std::unique_ptr<CCA_Dib> ToTrueColour32(std::unique_ptr<CCA_Dib> dib) {
+  if (!dib || dib->GetFormat() == CA_DIB_Rgb32 || dib->GetFormat() == CA_DIB_Argb) return dib;
+  std::unique_ptr<CCA_Dib> out(new CCA_Dib);
+  if (!out->Create(dib->GetWidth(), dib->GetHeight(), CA_DIB_Rgb32)) return nullptr;
+  for (int y = 0; y < dib->GetHeight(); ++y)
+    for (int x = 0; x < dib->GetWidth(); ++x) {
+      const CMRL_PSVTemplate<int> p(x, y);
+      unsigned v = dib->GetPixel(p);
+      if (dib->GetFormat() == CA_DIB_8bppMask) v = v * 0x010101u;
+      else if (dib->GetPaletteSize() > 0) v = dib->GetPaletteEntry(static_cast<int>(v));
+      out->SetPixel(p, 0xFF000000u | (v & 0xFFFFFFu));
+    }
+  return out;
+}
+
+// Encodes by the extension of the path (".png", ".jpg", ...). Rgb32 goes out as 24 bpp, since
+// its fourth byte means nothing. False, with a message, when the format or the write fails.
+inline bool SaveImage(const CCA_Dib& dib, const std::string& path, const char* command) {
+  const CA_ImageFormat format = getImageFormatFromExt(CMRL_ByteString(GetFileExt(path.c_str(), -1)));
+  if (format == CA_IMAGE_None) {
+    std::fprintf(stderr, "zeltool %s: no image format for the extension of %s\n", command, path.c_str());
+    return false;
+  }
+  const CCA_Dib* source = &dib;
+  CCA_Dib packed;
+  if (dib.GetFormat() == CA_DIB_Rgb32) {
+    if (!packed.Create(dib.GetWidth(), dib.GetHeight(), CA_DIB_Rgb)) return false;
+    for (int y = 0; y < dib.GetHeight(); ++y) {
+      const unsigned char* from = dib.GetScanline(y);
+      unsigned char* to = packed.GetScanline(y);
+      for (int x = 0; x < dib.GetWidth(); ++x) {
+        to[x * 3] = from[x * 4];
+        to[x * 3 + 1] = from[x * 4 + 1];
+        to[x * 3 + 2] = from[x * 4 + 2];
+      }
+    }
+    source = &packed;
+  }
+  auto stream = CMRL_FileStream::Open(path.c_str(), true);
+  if (!stream) {
+    std::fprintf(stderr, "zeltool %s: cannot write %s\n", command, path.c_str());
+    return false;
+  }
+  const int quality = format == CA_IMAGE_Png ? 6 : 90;  // PNG: compression level; others: quality
+  const int dpi = 150;
+  const bool written = ImageEncode(const_cast<CCA_Dib*>(source), format, stream.get(), quality, dpi, dpi) != 0 &&
+                       stream->Flush();
+  if (!written) std::fprintf(stderr, "zeltool %s: writing %s failed\n", command, path.c_str());
+  return written;
+}
+
+}  // namespace zeltool
+
+#endif  // ZELTOOL_IMAGE_IO_H_

@@ -1,0 +1,87 @@
+#ifndef MRLBASE_CODEC_H_
+#define MRLBASE_CODEC_H_
+
+// Image decoders and encoders behind one factory.
+//
+//   CMRL_MemoryStream in(bytes, size);
+//   CCA_CodecFactory* factory = CCA_Context::Get()->GetCodecFactory();
+//   std::unique_ptr<ICA_ImageDecoder> decoder(factory->CreateImageDecoder(CA_GetImageFormat(&in)));
+//   CCA_Dib* dib = decoder && decoder->SetStream(&in, 1) ? decoder->Decode(0, 0, 0) : nullptr;
+//
+// Decoders give 1 bpp or 8 bpp with a palette for bilevel and indexed images, 8 bpp with the gray
+// ramp for gray ones, CA_DIB_Rgb for colour and CA_DIB_Argb wherever the file carries alpha or
+// transparency. A damaged or truncated file gives null; nothing is read past the stream's size.
+
+#include <mrlbase/enums.h>
+#include <mrlbase/export.h>
+
+#include <atomic>
+
+class CCA_Dib;
+class IMRL_StreamRead;
+class IMRL_StreamWrite;
+
+// Reads one image file from a stream. The virtual order is part of the binary interface.
+class MRL_API ICA_ImageDecoder {
+ public:
+  virtual ~ICA_ImageDecoder();
+  // Binds the stream (not owned; it must outlive the decoder) and checks its signature.
+  // Non-zero: the decoder can read it; 0: it cannot, and Decode gives null.
+  virtual int SetStream(IMRL_StreamRead* stream, int flags) = 0;
+  // Decodes frame `frame` (0 is the first page or frame). `format` 0 keeps the image's own
+  // layout; a CA_DibFormat asks for that layout instead. New bitmap owned by the caller, or null.
+  virtual CCA_Dib* Decode(int frame, int format, int flags) = 0;
+};
+
+// Writes one bitmap as an image file. The virtual order is part of the binary interface.
+class MRL_API ICA_ImageEncoder {
+ public:
+  virtual ~ICA_ImageEncoder();
+  // Encodes `dib` into `stream` (neither owned). 1: written; 0: failed (the stream may hold a
+  // partial file, since a stream cannot be taken back).
+  virtual int Encode(const CCA_Dib* dib, IMRL_StreamWrite* stream) = 0;
+  // JPEG and JPEG 2000: quality 1..100 (100 makes JPEG 2000 lossless); PNG: zlib level 0..9.
+  // Null or out of range: the format's default. Other formats ignore it.
+  virtual void SetQuality(const int* quality) = 0;
+  // Dots per inch written where the format keeps a resolution (BMP, PNG, JPEG, TIFF).
+  // A null or non-positive value leaves that axis unwritten.
+  virtual void SetResolution(const int* xDpi, const int* yDpi) = 0;
+};
+
+// Makes coders for the formats of CA_ImageFormat. JB2 has a decoder and no encoder.
+class MRL_API CCA_CodecFactory {
+ public:
+  CCA_CodecFactory() = default;
+  virtual ~CCA_CodecFactory();
+  CCA_CodecFactory(const CCA_CodecFactory&) = delete;
+  CCA_CodecFactory& operator=(const CCA_CodecFactory&) = delete;
+
+  // A new decoder owned by the caller; null for a format without one (0, 8, -1 ...).
+  virtual ICA_ImageDecoder* CreateImageDecoder(CA_ImageFormat format);
+  // A new encoder owned by the caller; null for JB2 and for unknown formats.
+  virtual ICA_ImageEncoder* CreateImageEncoder(CA_ImageFormat format);
+};
+
+// The process-wide context that holds the codec factory.
+class MRL_API CCA_Context {
+ public:
+  // Never null; built on first use, thread-safe.
+  static CCA_Context* Get();
+  // The factory in use: the built-in one unless a caller installed another.
+  CCA_CodecFactory* GetCodecFactory();
+  // Installs `factory` (not owned; it must outlive its use; null restores the built-in one) and
+  // returns the one installed before, null when that was the built-in one. Lets a host or a test
+  // put its own coders behind every user of the context.
+  CCA_CodecFactory* SetCodecFactory(CCA_CodecFactory* factory) noexcept;
+
+ private:
+  CCA_Context() = default;
+  CCA_CodecFactory builtin_;
+  std::atomic<CCA_CodecFactory*> installed_{nullptr};
+};
+
+// The format of the image file in `stream`, read from its first bytes (the stream is not
+// changed). CA_IMAGE_None for a null stream, a short one, or unknown bytes.
+MRL_API CA_ImageFormat CA_GetImageFormat(IMRL_StreamRead* stream);
+
+#endif  // MRLBASE_CODEC_H_

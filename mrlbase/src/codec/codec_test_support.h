@@ -1,0 +1,121 @@
+#ifndef MRLBASE_SRC_CODEC_CODEC_TEST_SUPPORT_H_
+#define MRLBASE_SRC_CODEC_CODEC_TEST_SUPPORT_H_
+
+// Helpers shared by the codec tests: files, the factory round trip, and pixels read through the
+// public CCA_Dib interface only (so they do not lean on the codecs' own row conversion).
+
+#include <mrlbase/codec.h>
+#include <mrlbase/dib.h>
+#include <mrlbase/stream.h>
+
+#include <cstdint>
+#include <dirent.h>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace codec_test {
+
+using Bytes = std::vector<uint8_t>;
+
+inline std::string TestDataDir() { return std::string(ZEL_TESTDATA_DIR); }
+
+inline bool ReadFileBytes(const std::string& path, Bytes& out) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return false;
+  out.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  return true;
+}
+
+inline std::vector<std::string> ListFiles(const std::string& dir, const std::string& suffix) {
+  std::vector<std::string> names;
+  if (DIR* d = opendir(dir.c_str())) {
+    while (dirent* e = readdir(d)) {
+      const std::string name = e->d_name;
+      if (name.size() > suffix.size() && name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0) {
+        names.push_back(name);
+      }
+    }
+    closedir(d);
+  }
+  return names;
+}
+
+// Decodes through the factory the way a caller does; null when any step refuses.
+inline std::unique_ptr<CCA_Dib> Decode(const Bytes& bytes, int frame = 0, int format = 0) {
+  CMRL_MemoryStream in(bytes.data(), bytes.size());
+  std::unique_ptr<ICA_ImageDecoder> decoder(CCA_Context::Get()->GetCodecFactory()->CreateImageDecoder(CA_GetImageFormat(&in)));
+  if (!decoder || !decoder->SetStream(&in, 1)) return nullptr;
+  return std::unique_ptr<CCA_Dib>(decoder->Decode(frame, format, 0));
+}
+
+// Encodes with the factory's encoder; empty when it fails.
+inline Bytes Encode(const CCA_Dib& dib, CA_ImageFormat format, const int* quality = nullptr,
+                    const int* xDpi = nullptr, const int* yDpi = nullptr) {
+  std::unique_ptr<ICA_ImageEncoder> encoder(CCA_Context::Get()->GetCodecFactory()->CreateImageEncoder(format));
+  if (!encoder) return {};
+  encoder->SetQuality(quality);
+  encoder->SetResolution(xDpi, yDpi);
+  CMRL_MemoryStream out;
+  if (encoder->Encode(&dib, &out) != 1) return {};
+  return Bytes(out.GetData(), out.GetData() + out.GetSize());
+}
+
+// Pixel (x, y) as 0xAARRGGBB: palettes looked up, alpha 0xFF where the layout has none.
+inline uint32_t Argb(const CCA_Dib& dib, int x, int y) {
+  const unsigned v = dib.GetPixel(CMRL_PSVTemplate<int>(x, y));
+  switch (dib.GetFormat()) {
+    case CA_DIB_1bpp:
+    case CA_DIB_8bpp: return 0xFF000000u | (dib.GetPaletteEntry(static_cast<int>(v)) & 0xFFFFFFu);
+    case CA_DIB_8bppMask: return 0xFF000000u | (v & 0xFF) * 0x010101u;
+    case CA_DIB_Argb: return v;
+    default: return 0xFF000000u | (v & 0xFFFFFFu);
+  }
+}
+
+// A bitmap of the layout filled with a pattern that uses every channel (and, for palettes, a
+// palette that is not the gray ramp unless `grayPalette`).
+inline std::unique_ptr<CCA_Dib> Pattern(int w, int h, CA_DibFormat format, bool grayPalette = false) {
+  std::unique_ptr<CCA_Dib> dib(new CCA_Dib);
+  if (!dib->Create(w, h, format)) return nullptr;
+  if (format == CA_DIB_8bpp && !grayPalette) {
+    unsigned palette[256];
+    for (unsigned i = 0; i < 256; ++i) palette[i] = (i * 0x9E3779B9u) >> 8;
+    dib->SetPalette(palette, 256);
+  } else if (format == CA_DIB_1bpp && !grayPalette) {
+    const unsigned palette[2] = {0x203040u, 0xF0E0D0u};
+    dib->SetPalette(palette, 2);
+  }
+  for (int y = 0; y < h; ++y) {
+    for (int x = 0; x < w; ++x) {
+      const unsigned seed = static_cast<unsigned>(x * 7 + y * 13 + x * y);
+      unsigned v;
+      switch (format) {
+        case CA_DIB_1bpp: v = (x + y) % 3 == 0; break;
+        case CA_DIB_8bpp:
+        case CA_DIB_8bppMask: v = seed & 0xFF; break;
+        case CA_DIB_Argb: v = ((seed * 37u) & 0xFF) << 24 | ((x * 255 / w) << 16) | ((y * 255 / h) << 8) | (seed & 0xFF); break;
+        case CA_DIB_Rgb32: v = 0xFF000000u | ((x * 255 / w) << 16) | ((y * 255 / h) << 8) | (seed & 0xFF); break;
+        default: v = ((x * 255 / w) << 16) | ((y * 255 / h) << 8) | (seed & 0xFF);
+      }
+      dib->SetPixel(CMRL_PSVTemplate<int>(x, y), v);
+    }
+  }
+  return dib;
+}
+
+// Number of pixels whose ARGB differs.
+inline int CountDifferences(const CCA_Dib& a, const CCA_Dib& b) {
+  if (a.GetWidth() != b.GetWidth() || a.GetHeight() != b.GetHeight()) return -1;
+  int diff = 0;
+  for (int y = 0; y < a.GetHeight(); ++y) {
+    for (int x = 0; x < a.GetWidth(); ++x) diff += Argb(a, x, y) != Argb(b, x, y);
+  }
+  return diff;
+}
+
+}  // namespace codec_test
+
+#endif  // MRLBASE_SRC_CODEC_CODEC_TEST_SUPPORT_H_

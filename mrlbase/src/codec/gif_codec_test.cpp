@@ -1,0 +1,114 @@
+#include <gtest/gtest.h>
+#include <gif_lib.h>
+
+#include "codec/codec_test_support.h"
+
+using namespace codec_test;
+
+namespace {
+
+int Collect(GifFileType* gif, const GifByteType* data, int length) {
+  auto* out = static_cast<Bytes*>(gif->UserData);
+  out->insert(out->end(), data, data + length);
+  return length;
+}
+
+struct Frame {
+  int left, top, width, height;
+  bool interlaced;
+  int transparent;                       // -1: none
+  std::vector<GifPixelType> indices;     // row-major, width * height
+};
+
+// giflib on its own: a screen with a 4-colour global map and the frames given.
+Bytes WriteGif(int screenW, int screenH, int background, const std::vector<Frame>& frames) {
+  Bytes out;
+  int error = 0;
+  GifFileType* gif = EGifOpen(&out, Collect, &error);
+  ColorMapObject* map = GifMakeMapObject(4, nullptr);
+  const GifColorType colors[4] = {{255, 0, 0}, {0, 255, 0}, {0, 0, 255}, {255, 255, 255}};
+  for (int i = 0; i < 4; ++i) map->Colors[i] = colors[i];
+  EGifSetGifVersion(gif, true);
+  EGifPutScreenDesc(gif, screenW, screenH, 2, background, map);
+  for (const Frame& f : frames) {
+    if (f.transparent >= 0) {
+      const GifByteType control[4] = {1, 0, 0, static_cast<GifByteType>(f.transparent)};
+      EGifPutExtension(gif, GRAPHICS_EXT_FUNC_CODE, 4, control);
+    }
+    EGifPutImageDesc(gif, f.left, f.top, f.width, f.height, f.interlaced, nullptr);
+    std::vector<int> order;
+    if (f.interlaced) {
+      for (int pass = 0; pass < 4; ++pass) {
+        static const int start[4] = {0, 4, 2, 1}, step[4] = {8, 8, 4, 2};
+        for (int y = start[pass]; y < f.height; y += step[pass]) order.push_back(y);
+      }
+    } else {
+      for (int y = 0; y < f.height; ++y) order.push_back(y);
+    }
+    for (int y : order) EGifPutLine(gif, const_cast<GifPixelType*>(&f.indices[static_cast<size_t>(y) * f.width]), f.width);
+  }
+  EGifCloseFile(gif, &error);
+  GifFreeMapObject(map);
+  return out;
+}
+
+Frame MakeFrame(int left, int top, int w, int h, bool interlaced, int transparent, int salt) {
+  Frame f{left, top, w, h, interlaced, transparent, {}};
+  for (int y = 0; y < h; ++y) {
+    for (int x = 0; x < w; ++x) f.indices.push_back(static_cast<GifPixelType>((x + 2 * y + salt) % 4));
+  }
+  return f;
+}
+
+const uint32_t kColors[4] = {0xFFFF0000u, 0xFF00FF00u, 0xFF0000FFu, 0xFFFFFFFFu};
+
+TEST(GifCodec, FirstFrameOfAnAnimationWithInterlaceAndPlacement) {
+  const std::vector<Frame> frames = {MakeFrame(2, 3, 11, 13, true, -1, 0), MakeFrame(0, 0, 20, 20, false, -1, 1)};
+  const Bytes file = WriteGif(20, 20, 3, frames);
+  auto first = Decode(file);
+  ASSERT_NE(first, nullptr);
+  EXPECT_EQ(first->GetFormat(), CA_DIB_8bpp);
+  EXPECT_EQ(first->GetWidth(), 20);
+  int bad = 0;
+  for (int y = 0; y < 20; ++y) {
+    for (int x = 0; x < 20; ++x) {
+      const bool inside = x >= 2 && x < 13 && y >= 3 && y < 16;
+      const uint32_t want = inside ? kColors[frames[0].indices[(y - 3) * 11 + (x - 2)]] : kColors[3];   // background 3
+      bad += Argb(*first, x, y) != want;
+    }
+  }
+  EXPECT_EQ(bad, 0);
+  // The second frame can be asked for by number; a third does not exist.
+  auto second = Decode(file, 1);
+  ASSERT_NE(second, nullptr);
+  EXPECT_EQ(Argb(*second, 5, 7), kColors[(5 + 14 + 1) % 4]);
+  EXPECT_EQ(Decode(file, 2), nullptr);
+}
+
+TEST(GifCodec, TransparentIndexGivesAlpha) {
+  const Bytes file = WriteGif(6, 4, 0, {MakeFrame(0, 0, 6, 4, false, 2, 0)});
+  auto dib = Decode(file);
+  ASSERT_NE(dib, nullptr);
+  ASSERT_EQ(dib->GetFormat(), CA_DIB_Argb);
+  for (int y = 0; y < 4; ++y) {
+    for (int x = 0; x < 6; ++x) {
+      const int index = (x + 2 * y) % 4;
+      if (index == 2) {
+        EXPECT_EQ(Argb(*dib, x, y) >> 24, 0u);
+      } else {
+        EXPECT_EQ(Argb(*dib, x, y), kColors[index]);
+      }
+    }
+  }
+}
+
+TEST(GifCodec, CutAnimationsAreRefused) {
+  const Bytes file = WriteGif(20, 20, 0, {MakeFrame(0, 0, 20, 20, false, -1, 0), MakeFrame(0, 0, 20, 20, false, -1, 1)});
+  ASSERT_NE(Decode(file), nullptr);
+  for (size_t cut = 6; cut < file.size(); cut += 7) {
+    EXPECT_EQ(Decode(Bytes(file.begin(), file.begin() + cut)), nullptr) << cut;
+  }
+  EXPECT_EQ(Decode(Bytes(file.begin(), file.end() - 1)), nullptr);   // no trailer
+}
+
+}  // namespace

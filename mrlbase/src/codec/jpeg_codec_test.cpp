@@ -1,0 +1,201 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <jpeglib.h>
+
+#include "codec/codec_test_support.h"
+
+using namespace codec_test;
+
+namespace {
+
+// libjpeg on its own: writes `components`-channel rows given by `pixel(x, y, out)`.
+template <class PixelFn>
+Bytes WriteJpeg(int w, int h, J_COLOR_SPACE space, int components, bool progressive, bool adobe, PixelFn pixel) {
+  jpeg_compress_struct c;
+  jpeg_error_mgr err;
+  c.err = jpeg_std_error(&err);
+  jpeg_create_compress(&c);
+  unsigned char* out = nullptr;
+  unsigned long size = 0;
+  jpeg_mem_dest(&c, &out, &size);
+  c.image_width = w;
+  c.image_height = h;
+  c.input_components = components;
+  c.in_color_space = space;
+  jpeg_set_defaults(&c);
+  jpeg_set_quality(&c, 100, TRUE);
+  c.write_Adobe_marker = adobe ? TRUE : FALSE;
+  if (progressive) jpeg_simple_progression(&c);
+  jpeg_start_compress(&c, TRUE);
+  std::vector<uint8_t> row(static_cast<size_t>(w) * components);
+  while (c.next_scanline < c.image_height) {
+    for (int x = 0; x < w; ++x) pixel(x, static_cast<int>(c.next_scanline), &row[static_cast<size_t>(x) * components]);
+    JSAMPROW r = row.data();
+    jpeg_write_scanlines(&c, &r, 1);
+  }
+  jpeg_finish_compress(&c);
+  jpeg_destroy_compress(&c);
+  Bytes bytes(out, out + size);
+  free(out);
+  return bytes;
+}
+
+// libjpeg on its own: the file decoded to R,G,B or gray rows.
+Bytes ReadJpeg(const Bytes& bytes, J_COLOR_SPACE space) {
+  jpeg_decompress_struct d;
+  jpeg_error_mgr err;
+  d.err = jpeg_std_error(&err);
+  jpeg_create_decompress(&d);
+  jpeg_mem_src(&d, bytes.data(), bytes.size());
+  jpeg_read_header(&d, TRUE);
+  d.out_color_space = space;
+  jpeg_start_decompress(&d);
+  Bytes all(static_cast<size_t>(d.output_width) * d.output_height * d.output_components);
+  while (d.output_scanline < d.output_height) {
+    JSAMPROW r = &all[static_cast<size_t>(d.output_scanline) * d.output_width * d.output_components];
+    jpeg_read_scanlines(&d, &r, 1);
+  }
+  jpeg_finish_decompress(&d);
+  jpeg_destroy_decompress(&d);
+  return all;
+}
+
+bool Near(uint32_t argb, uint32_t want, int tolerance) {
+  for (int shift = 0; shift < 24; shift += 8) {
+    if (std::abs(static_cast<int>((argb >> shift) & 0xFF) - static_cast<int>((want >> shift) & 0xFF)) > tolerance) return false;
+  }
+  return true;
+}
+
+TEST(JpegCodec, CmykFilesBecomeRgbWithAndWithoutAdobeInversion) {
+  // Four 16x16 blocks of ink: cyan, red (magenta + yellow), black, none.
+  const uint8_t ink[4][4] = {{255, 0, 0, 0}, {0, 255, 255, 0}, {0, 0, 0, 255}, {0, 0, 0, 0}};
+  const uint32_t want[4] = {0xFF00FFFFu, 0xFFFF0000u, 0xFF000000u, 0xFFFFFFFFu};
+  for (bool adobe : {true, false}) {
+    SCOPED_TRACE(adobe ? "Adobe, inverted" : "plain");
+    const Bytes file = WriteJpeg(64, 16, JCS_CMYK, 4, false, adobe, [&](int x, int, uint8_t* out) {
+      for (int c = 0; c < 4; ++c) out[c] = adobe ? 255 - ink[x / 16][c] : ink[x / 16][c];
+    });
+    auto dib = Decode(file);
+    ASSERT_NE(dib, nullptr);
+    EXPECT_EQ(dib->GetFormat(), CA_DIB_Rgb);
+    for (int block = 0; block < 4; ++block) {
+      EXPECT_TRUE(Near(Argb(*dib, block * 16 + 8, 8), want[block], 3)) << std::hex << Argb(*dib, block * 16 + 8, 8);
+    }
+  }
+}
+
+TEST(JpegCodec, ProgressiveAndGrayMatchTheLibraryExactly) {
+  auto pixel = [](int x, int y, uint8_t* out) {
+    out[0] = static_cast<uint8_t>(x * 3);
+    out[1] = static_cast<uint8_t>(y * 5);
+    out[2] = static_cast<uint8_t>(x * y);
+  };
+  for (bool progressive : {false, true}) {
+    SCOPED_TRACE(progressive);
+    const Bytes file = WriteJpeg(67, 45, JCS_RGB, 3, progressive, false, pixel);
+    const Bytes ref = ReadJpeg(file, JCS_RGB);
+    auto dib = Decode(file);
+    ASSERT_NE(dib, nullptr);
+    ASSERT_EQ(dib->GetFormat(), CA_DIB_Rgb);
+    int bad = 0;
+    for (int y = 0; y < 45; ++y) {
+      for (int x = 0; x < 67; ++x) {
+        const uint8_t* p = &ref[(static_cast<size_t>(y) * 67 + x) * 3];
+        bad += Argb(*dib, x, y) != (0xFF000000u | (p[0] << 16) | (p[1] << 8) | p[2]);
+      }
+    }
+    EXPECT_EQ(bad, 0);
+  }
+  const Bytes gray = WriteJpeg(20, 9, JCS_GRAYSCALE, 1, true, false, [](int x, int y, uint8_t* out) { *out = static_cast<uint8_t>(x * 10 + y); });
+  const Bytes ref = ReadJpeg(gray, JCS_GRAYSCALE);
+  auto dib = Decode(gray);
+  ASSERT_NE(dib, nullptr);
+  EXPECT_EQ(dib->GetFormat(), CA_DIB_8bpp);
+  int bad = 0;
+  for (int y = 0; y < 9; ++y) {
+    for (int x = 0; x < 20; ++x) bad += dib->GetPixel(CMRL_PSVTemplate<int>(x, y)) != ref[y * 20 + x];
+  }
+  EXPECT_EQ(bad, 0);
+  // A layout asked for is honoured: the gray file as 24 bpp.
+  auto asRgb = Decode(gray, 0, CA_DIB_Rgb);
+  ASSERT_NE(asRgb, nullptr);
+  EXPECT_EQ(asRgb->GetFormat(), CA_DIB_Rgb);
+  EXPECT_EQ(Argb(*asRgb, 5, 5), 0xFF000000u | ref[5 * 20 + 5] * 0x010101u);
+}
+
+TEST(JpegCodec, CutAndDamagedFilesAreRefused) {
+  const Bytes file = WriteJpeg(40, 40, JCS_RGB, 3, true, false, [](int x, int y, uint8_t* out) {
+    out[0] = static_cast<uint8_t>(x * 6);
+    out[1] = static_cast<uint8_t>(y * 6);
+    out[2] = 77;
+  });
+  ASSERT_NE(Decode(file), nullptr);
+  for (size_t cut : {size_t{2}, size_t{3}, size_t{20}, file.size() / 4, file.size() / 2, file.size() - 2, file.size() - 1}) {
+    EXPECT_EQ(Decode(Bytes(file.begin(), file.begin() + cut)), nullptr) << "cut at " << cut;
+  }
+  // A frame header that claims 0 lines.
+  Bytes zero = file;
+  for (size_t i = 2; i + 8 < zero.size(); ++i) {
+    if (zero[i] == 0xFF && (zero[i + 1] == 0xC0 || zero[i + 1] == 0xC2)) {
+      zero[i + 5] = 0;
+      zero[i + 6] = 0;
+      break;
+    }
+  }
+  EXPECT_EQ(Decode(zero), nullptr);
+  // Garbage after the signature.
+  Bytes garbage(200, 0x5A);
+  garbage[0] = 0xFF;
+  garbage[1] = 0xD8;
+  garbage[2] = 0xFF;
+  EXPECT_EQ(Decode(garbage), nullptr);
+}
+
+TEST(JpegCodec, EncoderHonoursQualityResolutionAndLayouts) {
+  auto dib = Pattern(96, 64, CA_DIB_Rgb);
+  const int low = 10, high = 95, x = 300, y = 200;
+  const Bytes small = Encode(*dib, CA_IMAGE_Jpeg, &low);
+  const Bytes large = Encode(*dib, CA_IMAGE_Jpeg, &high);
+  ASSERT_FALSE(small.empty());
+  ASSERT_FALSE(large.empty());
+  EXPECT_LT(small.size(), large.size());
+
+  const Bytes dense = Encode(*dib, CA_IMAGE_Jpeg, &high, &x, &y);
+  ASSERT_GT(dense.size(), 20u);
+  ASSERT_EQ(std::string(dense.begin() + 6, dense.begin() + 11), std::string("JFIF\0", 5));
+  EXPECT_EQ(dense[13], 1);   // dots per inch
+  EXPECT_EQ((dense[14] << 8) | dense[15], 300);
+  EXPECT_EQ((dense[16] << 8) | dense[17], 200);
+
+  // Every layout encodes, and comes back close at high quality.
+  for (CA_DibFormat format : {CA_DIB_1bpp, CA_DIB_8bpp, CA_DIB_8bppMask, CA_DIB_Rgb, CA_DIB_Rgb32, CA_DIB_Argb}) {
+    SCOPED_TRACE(format);
+    auto source = Pattern(32, 32, format, true);
+    auto back = Decode(Encode(*source, CA_IMAGE_Jpeg, &high));
+    ASSERT_NE(back, nullptr);
+    long error = 0;
+    for (int yy = 0; yy < 32; ++yy) {
+      for (int xx = 0; xx < 32; ++xx) {
+        const uint32_t a = Argb(*source, xx, yy), b = Argb(*back, xx, yy);
+        for (int s = 0; s < 24; s += 8) error += std::abs(static_cast<int>((a >> s) & 0xFF) - static_cast<int>((b >> s) & 0xFF));
+      }
+    }
+    EXPECT_LT(error / (32 * 32 * 3), 16);   // the pattern is noisy on purpose; chroma is subsampled
+  }
+  // A flat colour shows any channel mix-up plainly.
+  for (CA_DibFormat format : {CA_DIB_Rgb, CA_DIB_Rgb32, CA_DIB_Argb}) {
+    CCA_Dib flat;
+    ASSERT_TRUE(flat.Create(16, 16, format));
+    for (int yy = 0; yy < 16; ++yy) {
+      for (int xx = 0; xx < 16; ++xx) flat.SetPixel(CMRL_PSVTemplate<int>(xx, yy), 0xFFE03C14u);
+    }
+    auto back = Decode(Encode(flat, CA_IMAGE_Jpeg, &high));
+    ASSERT_NE(back, nullptr);
+    EXPECT_TRUE(Near(Argb(*back, 8, 8), 0xFFE03C14u, 3)) << std::hex << Argb(*back, 8, 8);
+  }
+}
+
+}  // namespace

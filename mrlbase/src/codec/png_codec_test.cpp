@@ -1,0 +1,190 @@
+#include <gtest/gtest.h>
+#include <png.h>
+
+#include <csetjmp>
+#include <cstring>
+
+#include "codec/codec_test_support.h"
+
+using namespace codec_test;
+
+namespace {
+
+struct Reference {
+  int width = 0, height = 0;
+  std::vector<uint8_t> rgba;
+};
+
+struct Input {
+  const Bytes* bytes;
+  size_t pos;
+};
+
+void ReadInput(png_structp png, png_bytep out, png_size_t n) {
+  auto* in = static_cast<Input*>(png_get_io_ptr(png));
+  if (n > in->bytes->size() - in->pos) png_error(png, "eof");
+  std::memcpy(out, in->bytes->data() + in->pos, n);
+  in->pos += n;
+}
+
+// libpng on its own, every file expanded to 8-bit RGBA: the samples the codec must give.
+bool ReferenceDecode(const Bytes& bytes, Reference& ref) {
+  png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, [](png_structp, png_const_charp) {});
+  png_infop info = png_create_info_struct(png);
+  Input input{&bytes, 0};
+  std::vector<png_bytep> rows;
+  if (setjmp(png_jmpbuf(png))) {
+    png_destroy_read_struct(&png, &info, nullptr);
+    return false;
+  }
+  png_set_read_fn(png, &input, ReadInput);
+  png_read_info(png, info);
+  png_set_expand(png);
+  png_set_strip_16(png);
+  png_set_gray_to_rgb(png);
+  png_set_add_alpha(png, 0xFF, PNG_FILLER_AFTER);
+  png_set_interlace_handling(png);
+  png_read_update_info(png, info);
+  ref.width = static_cast<int>(png_get_image_width(png, info));
+  ref.height = static_cast<int>(png_get_image_height(png, info));
+  ref.rgba.assign(static_cast<size_t>(ref.width) * ref.height * 4, 0);
+  for (int y = 0; y < ref.height; ++y) rows.push_back(&ref.rgba[static_cast<size_t>(y) * ref.width * 4]);
+  png_read_image(png, rows.data());
+  png_destroy_read_struct(&png, &info, nullptr);
+  return true;
+}
+
+std::string SuiteDir() { return TestDataDir() + "/pngsuite"; }
+
+uint32_t RefArgb(const Reference& ref, int x, int y) {
+  const uint8_t* p = &ref.rgba[(static_cast<size_t>(y) * ref.width + x) * 4];
+  return (uint32_t{p[3]} << 24) | (p[0] << 16) | (p[1] << 8) | p[2];
+}
+
+TEST(PngCodec, EverySuiteFileDecodesToItsSamplesOrIsRefused) {
+  const auto names = ListFiles(SuiteDir(), ".png");
+  if (names.empty()) GTEST_SKIP() << "no PngSuite at " << SuiteDir();
+  int decoded = 0, refused = 0;
+  for (const std::string& name : names) {
+    SCOPED_TRACE(name);
+    Bytes bytes;
+    ASSERT_TRUE(ReadFileBytes(SuiteDir() + "/" + name, bytes));
+    auto dib = Decode(bytes);
+    if (name[0] == 'x') {
+      EXPECT_EQ(dib, nullptr) << "a corrupt file was accepted";
+      ++refused;
+      continue;
+    }
+    ASSERT_NE(dib, nullptr);
+    Reference ref;
+    ASSERT_TRUE(ReferenceDecode(bytes, ref));
+    ASSERT_EQ(dib->GetWidth(), ref.width);
+    ASSERT_EQ(dib->GetHeight(), ref.height);
+    int bad = 0;
+    for (int y = 0; y < ref.height; ++y) {
+      for (int x = 0; x < ref.width; ++x) bad += Argb(*dib, x, y) != RefArgb(ref, x, y);
+    }
+    EXPECT_EQ(bad, 0);
+    ++decoded;
+  }
+  EXPECT_GT(decoded, 100);
+  EXPECT_GT(refused, 5);
+}
+
+TEST(PngCodec, LayoutFollowsTheFile) {
+  struct Case {
+    const char* name;
+    CA_DibFormat format;
+  } cases[] = {
+      {"basn0g01.png", CA_DIB_1bpp},   // bilevel gray
+      {"basn0g04.png", CA_DIB_8bpp},   // gray widened to 8 bits
+      {"basn0g16.png", CA_DIB_8bpp},   // 16-bit gray narrowed
+      {"basn2c16.png", CA_DIB_Rgb},    // 16-bit colour narrowed
+      {"basn3p02.png", CA_DIB_8bpp},   // 2-bit palette unpacked
+      {"basn3p01.png", CA_DIB_1bpp},   // 1-bit palette of two colours
+      {"basn4a08.png", CA_DIB_Argb},   // gray + alpha
+      {"basi6a16.png", CA_DIB_Argb},   // interlaced 16-bit RGBA
+      {"tbbn0g04.png", CA_DIB_Argb},   // gray with a tRNS key
+      {"tbrn2c08.png", CA_DIB_Argb},   // RGB with a tRNS key
+      {"tp1n3p08.png", CA_DIB_Argb},   // palette with tRNS
+  };
+  Bytes probe;
+  if (!ReadFileBytes(SuiteDir() + "/basn0g01.png", probe)) GTEST_SKIP() << "no PngSuite";
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    Bytes bytes;
+    ASSERT_TRUE(ReadFileBytes(SuiteDir() + "/" + c.name, bytes));
+    auto dib = Decode(bytes);
+    ASSERT_NE(dib, nullptr);
+    EXPECT_EQ(dib->GetFormat(), c.format);
+  }
+  // The palette of an indexed file is its PLTE, not a ramp.
+  Bytes bytes;
+  ASSERT_TRUE(ReadFileBytes(SuiteDir() + "/basn3p08.png", bytes));
+  auto dib = Decode(bytes);
+  ASSERT_NE(dib, nullptr);
+  ASSERT_EQ(dib->GetFormat(), CA_DIB_8bpp);
+  bool ramp = true;
+  for (int i = 0; i < dib->GetPaletteSize(); ++i) ramp = ramp && dib->GetPaletteEntry(i) == i * 0x010101u;
+  EXPECT_FALSE(ramp);
+}
+
+TEST(PngCodec, CutFilesAreRefused) {
+  const auto names = ListFiles(SuiteDir(), ".png");
+  if (names.empty()) GTEST_SKIP() << "no PngSuite";
+  for (const std::string& name : names) {
+    if (name[0] == 'x') continue;
+    Bytes bytes;
+    ASSERT_TRUE(ReadFileBytes(SuiteDir() + "/" + name, bytes));
+    // Every length for small files would take long across the suite; a spread of cuts,
+    // including inside the final IEND chunk, covers header, data and trailer.
+    for (size_t cut : {size_t{0}, size_t{7}, size_t{8}, size_t{33}, bytes.size() / 3, bytes.size() / 2,
+                       bytes.size() - 13, bytes.size() - 1}) {
+      if (cut >= bytes.size()) continue;
+      Bytes part(bytes.begin(), bytes.begin() + cut);
+      EXPECT_EQ(Decode(part), nullptr) << name << " cut at " << cut;
+    }
+  }
+}
+
+TEST(PngCodec, EncoderKeepsPixelsLevelAndResolution) {
+  for (CA_DibFormat format : {CA_DIB_1bpp, CA_DIB_8bpp, CA_DIB_8bppMask, CA_DIB_Rgb, CA_DIB_Rgb32, CA_DIB_Argb}) {
+    SCOPED_TRACE(format);
+    auto dib = Pattern(37, 11, format);
+    ASSERT_NE(dib, nullptr);
+    const Bytes bytes = Encode(*dib, CA_IMAGE_Png);
+    ASSERT_FALSE(bytes.empty());
+    auto back = Decode(bytes);
+    ASSERT_NE(back, nullptr);
+    EXPECT_EQ(CountDifferences(*dib, *back), 0);
+  }
+  // A gray-ramp bitmap is written as gray and comes back with the ramp.
+  auto gray = Pattern(16, 16, CA_DIB_8bpp, true);
+  auto back = Decode(Encode(*gray, CA_IMAGE_Png));
+  ASSERT_NE(back, nullptr);
+  EXPECT_EQ(back->GetFormat(), CA_DIB_8bpp);
+  EXPECT_EQ(back->GetPaletteEntry(200), 200 * 0x010101u);
+
+  // Level 0 stores, level 9 compresses: a smooth picture must shrink.
+  auto rgb = Pattern(200, 100, CA_DIB_Rgb);
+  const int level0 = 0, level9 = 9, dpi = 300, dpiY = 150;
+  const Bytes stored = Encode(*rgb, CA_IMAGE_Png, &level0);
+  const Bytes packed = Encode(*rgb, CA_IMAGE_Png, &level9);
+  ASSERT_FALSE(stored.empty());
+  ASSERT_FALSE(packed.empty());
+  EXPECT_LT(packed.size() * 2, stored.size());
+
+  // pHYs carries the resolution in pixels per metre.
+  const Bytes withDpi = Encode(*rgb, CA_IMAGE_Png, nullptr, &dpi, &dpiY);
+  const std::string text(withDpi.begin(), withDpi.end());
+  const size_t at = text.find("pHYs");
+  ASSERT_NE(at, std::string::npos);
+  auto be32 = [&](size_t i) { return (uint32_t{withDpi[i]} << 24) | (withDpi[i + 1] << 16) | (withDpi[i + 2] << 8) | withDpi[i + 3]; };
+  EXPECT_EQ(be32(at + 4), 11811u);   // 300 dpi
+  EXPECT_EQ(be32(at + 8), 5906u);    // 150 dpi
+  EXPECT_EQ(withDpi[at + 12], 1);    // unit: metre
+  const Bytes noDpi = Encode(*rgb, CA_IMAGE_Png);
+  EXPECT_EQ(std::string(noDpi.begin(), noDpi.end()).find("pHYs"), std::string::npos);
+}
+
+}  // namespace

@@ -10,6 +10,12 @@ int main(int argc, char** argv) {
   AddCertCommand(app, exitCode);
   AddB64Command(app, exitCode);
   AddPathCommand(app, exitCode);
+  AddTextCommand(app, exitCode);
+  AddClipCommand(app, exitCode);
+  AddCompositeCommand(app, exitCode);
+  AddDemoCommand(app, exitCode);
+  AddConvertCommand(app, exitCode);
+  AddEraseCommand(app, exitCode);
   CLI11_PARSE(app, argc, argv);
   return exitCode;
 }

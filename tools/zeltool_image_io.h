@@ -66,15 +66,16 @@ inline bool SaveImage(const CCA_Dib& dib, const std::string& path, const char* c
     }
     source = &packed;
   }
-  auto stream = CMRL_FileStream::Open(path.c_str(), true);
-  if (!stream) {
-    std::fprintf(stderr, "zeltool %s: cannot write %s\n", command, path.c_str());
-    return false;
-  }
+  // Encode into memory first, so a format that cannot be written leaves no empty file behind.
   const int quality = format == CA_IMAGE_Png ? 6 : 90;  // PNG: compression level; others: quality
   const int dpi = 150;
-  const bool written = ImageEncode(const_cast<CCA_Dib*>(source), format, stream.get(), quality, dpi, dpi) != 0 &&
-                       stream->Flush();
+  CMRL_MemoryStream encoded;
+  if (ImageEncode(const_cast<CCA_Dib*>(source), format, &encoded, quality, dpi, dpi) == 0) {
+    std::fprintf(stderr, "zeltool %s: cannot encode %s in that format\n", command, path.c_str());
+    return false;
+  }
+  auto stream = CMRL_FileStream::Open(path.c_str(), true);
+  const bool written = stream && stream->WriteBlock(encoded.GetData(), encoded.GetSize()) && stream->Flush();
   if (!written) std::fprintf(stderr, "zeltool %s: writing %s failed\n", command, path.c_str());
   return written;
 }

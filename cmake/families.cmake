@@ -34,8 +34,7 @@ function(zel_add_family)
       target_compile_definitions(${_tn} PRIVATE
         ZEL_TESTDATA_DIR="${PROJECT_SOURCE_DIR}/../shared/testdata"
         ZEL_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
-      gtest_discover_tests(${_tn} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
-        PROPERTIES ENVIRONMENT "ZEL_TESTDATA_DIR=${PROJECT_SOURCE_DIR}/../shared/testdata")
+      gtest_discover_tests(${_tn} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60)
     endforeach()
   endif()
 endfunction()

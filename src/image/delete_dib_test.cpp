@@ -117,6 +117,15 @@ TEST(DeleteRectDib, DescriptionPaintsClippedRectangleThroughSetPixel) {
   EXPECT_EQ(dib.GetPixel(CMRL_PSVTemplate<int>(7, 5)), 0x123456u);
   EXPECT_EQ(dib.GetPixel(CMRL_PSVTemplate<int>(5, 5)), 0u);
 
+  // A description of another kind, or a value of another type, still paints, with the default.
+  for (const char* json : {"[1193046]", "{\"ColorValue\": \"1193046\"}", "{\"ColorValue\": 1.5}"}) {
+    CCA_Dib other;
+    ASSERT_TRUE(other.Create(2, 1, CA_DIB_Rgb));
+    ASSERT_TRUE(DeleteRectDib(&other, Rect(1, 0, 2, 1), Describe(json))) << json;
+    EXPECT_EQ(other.GetPixel(CMRL_PSVTemplate<int>(1, 0)), 0xFFFFFFu) << json;
+    EXPECT_EQ(other.GetPixel(CMRL_PSVTemplate<int>(0, 0)), 0u) << json;
+  }
+
   // The empty description means 0xFFFFFF handed to SetPixel, whatever the format makes of it.
   for (CA_DibFormat format : kFormats) {
     CCA_Dib other;
@@ -249,6 +258,9 @@ TEST(DeletePathDib, StraightStrokeEdgesAndCaps) {
   ASSERT_TRUE(DeletePathDib(&dib, path, Describe("{}")));
   EXPECT_EQ(Painted(dib), Block(3, 7, 4, 5));
   EXPECT_EQ(dib.GetPixel(CMRL_PSVTemplate<int>(3, 4)), 0xFFFFFFu);
+  // Values of another type fall back to the defaults: a text width is 2, a "Cap" with a fraction
+  // is no integer and so counts as 2 (flat), not as 0.
+  EXPECT_EQ(PaintPath(path, "{\"LineWidth\": \"8\", \"Cap\": 0.5}"), Block(3, 7, 4, 5));
   // A negative width builds the same rectangle, corners in another order, and no discs.
   EXPECT_EQ(PaintPath(path, "{\"LineWidth\": -2, \"Cap\": 0}"), Block(3, 7, 4, 5));
 }

@@ -13,13 +13,30 @@
 
 namespace {
 
-// About 64 KiB of text: plain ASCII, or a mix of ASCII, Latin, CJK and emoji.
-std::string MakeText(bool ascii) {
-  const std::string piece = ascii ? std::string("The quick brown fox jumps over the lazy dog 0123456789. ")
-                                  : std::string("Gr\xC3\xBC\xC3\x9F" "e, \xE4\xB8\xAD\xE6\x96\x87 text \xF0\x9F\x98\x80; ");
+enum TextKind { kAscii, kChinese, kMixed };
+
+// `size` bytes (rounded up to a whole piece) of plain ASCII, of Chinese (three-byte characters with
+// the odd full-width punctuation), or of a mix of ASCII, Latin, CJK and emoji.
+std::string MakeText(int64_t kind, int64_t size) {
+  const char* piece = "The quick brown fox jumps over the lazy dog 0123456789. ";
+  if (kind == kChinese) {
+    piece = "\xE4\xB8\xAD\xE6\x96\x87\xE6\x96\x87\xE6\x9C\xAC\xE7\x9A\x84\xE8\xBD\xAC\xE6\x8D\xA2"
+            "\xE9\x80\x9F\xE5\xBA\xA6\xE6\xB5\x8B\xE8\xAF\x95\xEF\xBC\x8C\xE5\xA4\xA9\xE5\x9C\xB0"
+            "\xE7\x8E\x84\xE9\xBB\x84\xE3\x80\x82";
+  } else if (kind == kMixed) {
+    piece = "Gr\xC3\xBC\xC3\x9F" "e, \xE4\xB8\xAD\xE6\x96\x87 text \xF0\x9F\x98\x80; ";
+  }
   std::string text;
-  while (text.size() < 64 * 1024) text += piece;
+  while (text.size() < static_cast<size_t>(size)) text += piece;
   return text;
+}
+
+// Arguments: the text kind, then its size in bytes.
+void TextArgs(benchmark::internal::Benchmark* b) {
+  b->ArgNames({"text", "bytes"});
+  for (int64_t kind : {kAscii, kChinese, kMixed}) {
+    for (int64_t size : {1024, 64 * 1024}) b->Args({kind, size});
+  }
 }
 
 using IconvHandle = std::unique_ptr<std::remove_pointer_t<iconv_t>, int (*)(iconv_t)>;
@@ -27,7 +44,7 @@ using IconvHandle = std::unique_ptr<std::remove_pointer_t<iconv_t>, int (*)(icon
 IconvHandle OpenIconv(const char* to, const char* from) { return IconvHandle(iconv_open(to, from), iconv_close); }
 
 void BM_Utf8ToWide_Ours(benchmark::State& state) {
-  const std::string text = MakeText(state.range(0) == 0);
+  const std::string text = MakeText(state.range(0), state.range(1));
   for (auto _ : state) {
     CMRL_WideString wide = CMRL_ByteStringConverter::utf8_to_unicode(text.data(), static_cast<int>(text.size()));
     benchmark::DoNotOptimize(wide.c_str());
@@ -36,7 +53,7 @@ void BM_Utf8ToWide_Ours(benchmark::State& state) {
 }
 
 void BM_Utf8ToWide_Iconv(benchmark::State& state) {
-  const std::string text = MakeText(state.range(0) == 0);
+  const std::string text = MakeText(state.range(0), state.range(1));
   IconvHandle cd = OpenIconv("WCHAR_T", "UTF-8");
   std::vector<wchar_t> out(text.size() + 1);
   for (auto _ : state) {
@@ -51,7 +68,7 @@ void BM_Utf8ToWide_Iconv(benchmark::State& state) {
 }
 
 void BM_WideToUtf8_Ours(benchmark::State& state) {
-  const std::string text = MakeText(state.range(0) == 0);
+  const std::string text = MakeText(state.range(0), state.range(1));
   const CMRL_WideString wide = CMRL_ByteStringConverter::utf8_to_unicode(text.data(), static_cast<int>(text.size()));
   for (auto _ : state) {
     CMRL_ByteString utf8 = CMRL_ByteStringConverter::unicode_to_utf8(wide.c_str(), wide.GetLength());
@@ -61,7 +78,7 @@ void BM_WideToUtf8_Ours(benchmark::State& state) {
 }
 
 void BM_WideToUtf8_Iconv(benchmark::State& state) {
-  const std::string text = MakeText(state.range(0) == 0);
+  const std::string text = MakeText(state.range(0), state.range(1));
   const CMRL_WideString wide = CMRL_ByteStringConverter::utf8_to_unicode(text.data(), static_cast<int>(text.size()));
   IconvHandle cd = OpenIconv("UTF-8", "WCHAR_T");
   std::vector<char> out(text.size() + 16);
@@ -112,10 +129,10 @@ void BM_StringAppend_StdString(benchmark::State& state) {
 
 }  // namespace
 
-BENCHMARK(BM_Utf8ToWide_Ours)->Arg(0)->Arg(1);
-BENCHMARK(BM_Utf8ToWide_Iconv)->Arg(0)->Arg(1);
-BENCHMARK(BM_WideToUtf8_Ours)->Arg(0)->Arg(1);
-BENCHMARK(BM_WideToUtf8_Iconv)->Arg(0)->Arg(1);
+BENCHMARK(BM_Utf8ToWide_Ours)->Apply(TextArgs);
+BENCHMARK(BM_Utf8ToWide_Iconv)->Apply(TextArgs);
+BENCHMARK(BM_WideToUtf8_Ours)->Apply(TextArgs);
+BENCHMARK(BM_WideToUtf8_Iconv)->Apply(TextArgs);
 BENCHMARK(BM_StringCopy_ByteString);
 BENCHMARK(BM_StringCopy_StdString);
 BENCHMARK(BM_StringAppend_ByteString);

@@ -1,5 +1,6 @@
 #include <mrlbase/byte_string_converter.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <cstring>
@@ -7,13 +8,19 @@
 #include <new>
 #include <string>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "core/byte_string_converter_internal.h"
 #include "platform/platform.h"
 
 namespace {
 
+static_assert(sizeof(wchar_t) == 4, "wide text holds one code point a unit");
+
 constexpr wchar_t kReplacement = 0xFFFD;
-constexpr uint64_t kHighBits = 0x8080808080808080ull;
+constexpr bool kLittleEndian = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
 
 size_t CheckedLength(size_t length) {
   if (length > static_cast<size_t>(INT_MAX - 1)) throw std::bad_alloc();
@@ -30,55 +37,256 @@ size_t WideLength(const wchar_t* text, int length) {
   return length < 0 ? std::wcslen(text) : static_cast<size_t>(length);
 }
 
-// Decodes UTF-8 into `out` (room for `length` units: one byte never yields two units) and returns
-// the number of units written. Each maximal subpart of an ill-formed sequence becomes one U+FFFD:
-// the lead byte plus the continuation bytes that were still allowed after it.
-size_t DecodeUtf8(const unsigned char* in, size_t length, wchar_t* out) noexcept {
+unsigned LowestBit(unsigned mask) noexcept { return static_cast<unsigned>(__builtin_ctz(mask)); }
+
+bool IsContinuation(unsigned char byte) noexcept { return (byte & 0xC0) == 0x80; }
+
+// The UTF-8 size of one unit. Surrogates and values above U+10FFFF take three bytes, as their
+// U+FFFD does.
+size_t Utf8UnitSize(wchar_t unit) noexcept {
+  const auto cp = static_cast<uint32_t>(unit);
+  return 1u + (cp >= 0x80) + (cp >= 0x800) + (cp >= 0x10000 && cp <= 0x10FFFF);
+}
+
+// A value from a three-byte sequence that is neither overlong nor a surrogate.
+bool IsThreeByteScalar(uint32_t cp) noexcept { return cp >= 0x800 && cp - 0xD800 >= 0x800; }
+
+uint64_t LoadLittle64(const unsigned char* in) noexcept {
+  uint64_t word;
+  std::memcpy(&word, in, sizeof word);
+  if constexpr (!kLittleEndian) word = __builtin_bswap64(word);
+  return word;
+}
+
+// Sixteen-unit blocks for the ASCII runs, and the two counting passes that size the results.
+// SSE2 is part of every x86-64; other targets get plain loops that their compilers vectorise.
+#if defined(__SSE2__)
+
+// Writes the 16 bytes at `in` widened to 16 units at `out`. Returns a mask with bit k set when
+// byte k is not ASCII; the units from the lowest such bit on are left for the caller to overwrite.
+unsigned WidenBlock(const unsigned char* in, wchar_t* out) noexcept {
+  const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i low = _mm_unpacklo_epi8(bytes, zero);
+  const __m128i high = _mm_unpackhi_epi8(bytes, zero);
+  auto* units = reinterpret_cast<__m128i*>(out);
+  _mm_storeu_si128(units, _mm_unpacklo_epi16(low, zero));
+  _mm_storeu_si128(units + 1, _mm_unpackhi_epi16(low, zero));
+  _mm_storeu_si128(units + 2, _mm_unpacklo_epi16(high, zero));
+  _mm_storeu_si128(units + 3, _mm_unpackhi_epi16(high, zero));
+  return static_cast<unsigned>(_mm_movemask_epi8(bytes));
+}
+
+// Writes the 16 units at `in` narrowed to 16 bytes at `out` when all of them are ASCII; otherwise
+// writes nothing and returns false. (Runs of ASCII between other characters are mostly short, and
+// there a partial block costs more than the plain loop.)
+bool NarrowAsciiBlock(const wchar_t* in, unsigned char* out) noexcept {
+  const auto* units = reinterpret_cast<const __m128i*>(in);
+  const __m128i a = _mm_loadu_si128(units);
+  const __m128i b = _mm_loadu_si128(units + 1);
+  const __m128i c = _mm_loadu_si128(units + 2);
+  const __m128i d = _mm_loadu_si128(units + 3);
+  const __m128i any = _mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d));
+  const __m128i high = _mm_and_si128(any, _mm_set1_epi32(~0x7F));
+  if (_mm_movemask_epi8(_mm_cmpeq_epi32(high, _mm_setzero_si128())) != 0xFFFF) return false;
+  // Saturating packs keep ASCII values as they are.
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(_mm_packs_epi32(a, b), _mm_packs_epi32(c, d)));
+  return true;
+}
+
+// The number of bytes that are not continuation bytes (10xxxxxx).
+size_t CountNonContinuation(const unsigned char* in, size_t length) noexcept {
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i lastContinuation = _mm_set1_epi8(static_cast<char>(0xBF));  // signed: every byte above is not one
+  size_t count = 0;
   size_t i = 0;
-  size_t o = 0;
+  while (i + 16 <= length) {
+    // Per-byte counters take at most 255 blocks before they are summed.
+    const size_t blocks = std::min<size_t>((length - i) / 16, 255);
+    __m128i counters = zero;
+    for (size_t k = 0; k < blocks; ++k, i += 16) {
+      const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
+      counters = _mm_sub_epi8(counters, _mm_cmpgt_epi8(bytes, lastContinuation));
+    }
+    const __m128i sums = _mm_sad_epu8(counters, zero);
+    count += static_cast<size_t>(_mm_cvtsi128_si32(sums)) + static_cast<size_t>(_mm_extract_epi16(sums, 4));
+  }
+  for (; i < length; ++i) count += !IsContinuation(in[i]);
+  return count;
+}
+
+// Minus the bytes beyond the first that each of the four units of `v` takes in UTF-8.
+__m128i NegativeExtraBytes(__m128i v) noexcept {
+  // Unsigned comparisons through signed ones: flip the sign bit of both sides.
+  const auto flipped = [](uint32_t bound) { return _mm_set1_epi32(static_cast<int>(bound ^ 0x80000000u)); };
+  v = _mm_xor_si128(v, flipped(0));
+  const __m128i twoOrThree = _mm_add_epi32(_mm_cmpgt_epi32(v, flipped(0x7F)), _mm_cmpgt_epi32(v, flipped(0x7FF)));
+  const __m128i four = _mm_sub_epi32(_mm_cmpgt_epi32(v, flipped(0xFFFF)), _mm_cmpgt_epi32(v, flipped(0x10FFFF)));
+  return _mm_add_epi32(twoOrThree, four);
+}
+
+// The UTF-8 size of the text (see Utf8UnitSize). Groups of eight units below U+10000 are counted
+// in 16-bit lanes, which halves the work for nearly all text; other groups the exact 32-bit way.
+size_t Utf8Size(const wchar_t* text, size_t length) noexcept {
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i highHalf = _mm_set1_epi32(static_cast<int>(0xFFFF0000u));
+  const __m128i above7F = _mm_set1_epi16(0x7F);
+  const __m128i above7FF = _mm_set1_epi16(0x7FF);
+  size_t total = length;
+  size_t i = 0;
+  while (i + 8 <= length) {
+    // 16-bit lanes lose at most 2 a group: sum them up before they could wrap.
+    const size_t end = i + std::min<size_t>((length - i) & ~size_t{7}, size_t{8} << 13);
+    __m128i small = zero;  // 16-bit lanes
+    __m128i large = zero;  // 32-bit lanes
+    for (; i < end; i += 8) {
+      const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i));
+      const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i + 4));
+      if (_mm_movemask_epi8(_mm_cmpeq_epi32(_mm_and_si128(_mm_or_si128(a, b), highHalf), zero)) != 0xFFFF) {
+        large = _mm_add_epi32(large, _mm_add_epi32(NegativeExtraBytes(a), NegativeExtraBytes(b)));
+        continue;
+      }
+      // Units from 0x8000 on saturate to 0x7FFF, which still counts as three bytes.
+      const __m128i units = _mm_packs_epi32(a, b);
+      small = _mm_add_epi16(small, _mm_add_epi16(_mm_cmpgt_epi16(units, above7F), _mm_cmpgt_epi16(units, above7FF)));
+    }
+    __m128i sums = _mm_add_epi32(large, _mm_madd_epi16(small, _mm_set1_epi16(1)));
+    sums = _mm_add_epi32(sums, _mm_shuffle_epi32(sums, _MM_SHUFFLE(1, 0, 3, 2)));
+    sums = _mm_add_epi32(sums, _mm_shuffle_epi32(sums, _MM_SHUFFLE(2, 3, 0, 1)));
+    total += static_cast<uint32_t>(-_mm_cvtsi128_si32(sums));
+  }
+  for (; i < length; ++i) total += Utf8UnitSize(text[i]) - 1;
+  return total;
+}
+
+#else
+
+unsigned WidenBlock(const unsigned char* in, wchar_t* out) noexcept {
+  unsigned mask = 0;
+  for (unsigned k = 0; k < 16; ++k) {
+    out[k] = static_cast<wchar_t>(in[k]);
+    mask |= static_cast<unsigned>(in[k] >> 7) << k;
+  }
+  return mask;
+}
+
+bool NarrowAsciiBlock(const wchar_t* in, unsigned char* out) noexcept {
+  uint32_t any = 0;
+  for (unsigned k = 0; k < 16; ++k) any |= static_cast<uint32_t>(in[k]);
+  if (any > 0x7F) return false;
+  for (unsigned k = 0; k < 16; ++k) out[k] = static_cast<unsigned char>(in[k]);
+  return true;
+}
+
+size_t CountNonContinuation(const unsigned char* in, size_t length) noexcept {
+  size_t count = 0;
+  for (size_t i = 0; i < length; ++i) count += !IsContinuation(in[i]);
+  return count;
+}
+
+size_t Utf8Size(const wchar_t* text, size_t length) noexcept {
+  size_t total = 0;
+  for (size_t i = 0; i < length; ++i) total += Utf8UnitSize(text[i]);
+  return total;
+}
+
+#endif
+
+// Decodes UTF-8 from in[i] on into out[o] on, advancing both. Each maximal subpart of an
+// ill-formed sequence becomes one U+FFFD: the lead byte plus the continuation bytes that were
+// still allowed after it.
+//
+// `out` has `room` units. Every character and every subpart that starts with a non-continuation
+// byte takes one unit, and the caller made room for one unit per such byte; a stray continuation
+// byte takes one of the `spare` units beyond that. Returns false, having written nothing for it,
+// at a stray byte that finds no spare unit left.
+bool DecodeUtf8(const unsigned char* in, size_t length, wchar_t* out, size_t room, size_t& spare,
+                size_t& inPos, size_t& outPos) noexcept {
+  // Local copies, so that the positions stay in registers.
+  size_t i = inPos;
+  size_t o = outPos;
+  const auto stop = [&](bool finished) {
+    inPos = i;
+    outPos = o;
+    return finished;
+  };
   while (i < length) {
     unsigned lead = in[i];
     if (lead < 0x80) {
-      // ASCII runs go eight bytes at a time, then byte by byte up to the next non-ASCII byte.
-      while (i + 8 <= length) {
-        uint64_t block;
-        std::memcpy(&block, in + i, sizeof block);
-        if (block & kHighBits) break;
-        for (int k = 0; k < 8; ++k) out[o + k] = static_cast<wchar_t>(in[i + k]);
-        i += 8;
-        o += 8;
+      while (i + 16 <= length && o + 16 <= room) {
+        const unsigned mask = WidenBlock(in + i, out + o);
+        if (mask != 0) {
+          const unsigned ascii = LowestBit(mask);
+          i += ascii;
+          o += ascii;
+          break;
+        }
+        i += 16;
+        o += 16;
       }
       while (i < length && in[i] < 0x80) out[o++] = static_cast<wchar_t>(in[i++]);
       if (i >= length) break;
       lead = in[i];
     }
-    // Well-formed multi-byte characters take a short path; anything else the careful one below.
-    if (lead < 0xE0) {
-      if (lead >= 0xC2 && i + 1 < length && (in[i + 1] & 0xC0) == 0x80) {
-        out[o++] = static_cast<wchar_t>(((lead & 0x1F) << 6) | (in[i + 1] & 0x3F));
-        i += 2;
-        continue;
-      }
-    } else if (lead < 0xF0) {
-      if (i + 2 < length && (in[i + 1] & 0xC0) == 0x80 && (in[i + 2] & 0xC0) == 0x80) {
-        const uint32_t cp = ((lead & 0x0F) << 12) | ((in[i + 1] & 0x3Fu) << 6) | (in[i + 2] & 0x3Fu);
-        if (cp >= 0x800 && (cp < 0xD800 || cp > 0xDFFF)) {
-          out[o++] = static_cast<wchar_t>(cp);
-          i += 3;
-          continue;
+
+    // ASCII blocks and well-formed characters one after another, until an ill-formed byte or the
+    // last few bytes. Plain branches: on real text they are well predicted.
+    for (;;) {
+      if (lead < 0x80) {
+        if (i + 16 > length || o + 16 > room) break;
+        const unsigned mask = WidenBlock(in + i, out + o);
+        const unsigned ascii = mask != 0 ? LowestBit(mask) : 16;
+        i += ascii;
+        o += ascii;
+      } else if (lead - 0xE0u < 0x10u) {
+        // Two at a time while the next six bytes hold two three-byte characters.
+        while (i + 8 <= length) {
+          const uint64_t pair = LoadLittle64(in + i);
+          if ((pair & 0xC0C0F0C0C0F0u) != 0x8080E08080E0u) break;
+          const auto first = static_cast<uint32_t>(((pair & 0x0F) << 12) | ((pair >> 2) & 0xFC0) | ((pair >> 16) & 0x3F));
+          const auto second =
+              static_cast<uint32_t>(((pair >> 12) & 0xF000) | ((pair >> 26) & 0xFC0) | ((pair >> 40) & 0x3F));
+          if (!IsThreeByteScalar(first) || !IsThreeByteScalar(second)) break;
+          out[o] = static_cast<wchar_t>(first);
+          out[o + 1] = static_cast<wchar_t>(second);
+          o += 2;
+          i += 6;
         }
-      }
-    } else if (i + 3 < length && (in[i + 1] & 0xC0) == 0x80 && (in[i + 2] & 0xC0) == 0x80 &&
-               (in[i + 3] & 0xC0) == 0x80) {
-      const uint32_t cp = ((lead & 0x07u) << 18) | ((in[i + 1] & 0x3Fu) << 12) | ((in[i + 2] & 0x3Fu) << 6) |
-                          (in[i + 3] & 0x3Fu);
-      if (lead < 0xF5 && cp >= 0x10000 && cp <= 0x10FFFF) {
+        if (i >= length) return stop(true);
+        lead = in[i];
+        if (lead - 0xE0u >= 0x10u) continue;
+        if (i + 2 >= length || !IsContinuation(in[i + 1]) || !IsContinuation(in[i + 2])) break;
+        const uint32_t cp = ((lead & 0x0Fu) << 12) | ((in[i + 1] & 0x3Fu) << 6) | (in[i + 2] & 0x3Fu);
+        if (!IsThreeByteScalar(cp)) break;
+        out[o++] = static_cast<wchar_t>(cp);
+        i += 3;
+      } else if (lead - 0xC2u < 0x1Eu) {
+        if (i + 1 >= length || !IsContinuation(in[i + 1])) break;
+        out[o++] = static_cast<wchar_t>(((lead & 0x1Fu) << 6) | (in[i + 1] & 0x3Fu));
+        i += 2;
+      } else if (lead - 0xF0u < 0x05u) {
+        if (i + 3 >= length || !IsContinuation(in[i + 1]) || !IsContinuation(in[i + 2]) ||
+            !IsContinuation(in[i + 3]))
+          break;
+        const uint32_t cp = ((lead & 0x07u) << 18) | ((in[i + 1] & 0x3Fu) << 12) | ((in[i + 2] & 0x3Fu) << 6) |
+                            (in[i + 3] & 0x3Fu);
+        if (cp < 0x10000 || cp > 0x10FFFF) break;
         out[o++] = static_cast<wchar_t>(cp);
         i += 4;
-        continue;
+      } else {
+        break;
       }
+      if (i >= length) return stop(true);
+      lead = in[i];
     }
+    if (lead < 0x80) continue;
+
+    // One ill-formed subpart (or a character cut off by the end of the text), the careful way.
     if (lead < 0xC2 || lead > 0xF4) {  // stray continuation, overlong 2-byte lead, or beyond U+10FFFF
+      if (lead < 0xC0) {
+        if (spare == 0) return stop(false);
+        --spare;
+      }
       out[o++] = kReplacement;
       ++i;
       continue;
@@ -120,71 +328,138 @@ size_t DecodeUtf8(const unsigned char* in, size_t length, wchar_t* out) noexcept
     out[o++] = complete ? static_cast<wchar_t>(cp) : kReplacement;
     i = j;
   }
-  return o;
+  return stop(true);
 }
 
-// The UTF-8 size of the text; branch-free so the compiler can vectorise it. Surrogates and values
-// above U+10FFFF take three bytes, as their U+FFFD does.
-size_t Utf8Size(const wchar_t* text, size_t length) noexcept {
-  size_t total = 0;
-  for (size_t i = 0; i < length; ++i) {
-    const auto cp = static_cast<uint32_t>(text[i]);
-    total += 1u + (cp >= 0x80) + (cp >= 0x800) + (cp >= 0x10000 && cp <= 0x10FFFF);
-  }
-  return total;
-}
+// Room beyond one unit per non-continuation byte, for a few stray continuation bytes.
+constexpr size_t kSpareUnits = 16;
 
 CMRL_WideString Utf8ToWide(const char* text, size_t length) {
   if (length == 0) return CMRL_WideString();
+  CheckedLength(length);
+  const auto* in = reinterpret_cast<const unsigned char*>(text);
+  // Sized once: well-formed text needs exactly one unit per non-continuation byte. Text with more
+  // stray continuation bytes than the spare room is decoded on into a buffer of the byte count,
+  // which no text can exceed.
+  const size_t leads = CountNonContinuation(in, length);
+  size_t room = std::min(leads + kSpareUnits, length);
+  size_t spare = room - leads;
   CMRL_WideString result;
-  wchar_t* out = result.GetBuffer(static_cast<int>(CheckedLength(length)));
-  const size_t written = DecodeUtf8(reinterpret_cast<const unsigned char*>(text), length, out);
-  result.ReleaseBuffer(static_cast<int>(written));
+  wchar_t* out = result.GetBuffer(static_cast<int>(room));
+  size_t i = 0;
+  size_t o = 0;
+  if (!DecodeUtf8(in, length, out, room, spare, i, o)) {
+    result.ReleaseBuffer(static_cast<int>(o));
+    room = length;
+    spare = length - leads;
+    out = result.GetBuffer(static_cast<int>(room));
+    DecodeUtf8(in, length, out, room, spare, i, o);
+  }
+  result.ReleaseBuffer(static_cast<int>(o));
   return result;
+}
+
+// Room EncodeUtf8 needs beyond the UTF-8 size.
+constexpr size_t kEncodeSlack = 8;
+
+// Stores the three bytes of `cp` (below U+10000); may write four.
+void StoreThree(unsigned char* out, uint32_t cp) noexcept {
+  const uint32_t b0 = 0xE0 | (cp >> 12);
+  const uint32_t b1 = 0x80 | ((cp >> 6) & 0x3F);
+  const uint32_t b2 = 0x80 | (cp & 0x3F);
+  if constexpr (kLittleEndian) {
+    const uint32_t word = b0 | (b1 << 8) | (b2 << 16);
+    std::memcpy(out, &word, sizeof word);
+  } else {
+    out[0] = static_cast<unsigned char>(b0);
+    out[1] = static_cast<unsigned char>(b1);
+    out[2] = static_cast<unsigned char>(b2);
+  }
+}
+
+// Stores the six bytes of two values below U+10000 that take three bytes each; may write up to
+// eight bytes.
+void StoreSix(unsigned char* out, uint32_t first, uint32_t second) noexcept {
+  if constexpr (kLittleEndian) {
+    const auto three = [](uint64_t cp) {
+      return (0xE0 | (cp >> 12)) | ((0x80 | ((cp >> 6) & 0x3F)) << 8) | ((0x80 | (cp & 0x3F)) << 16);
+    };
+    const uint64_t word = three(first) | (three(second) << 24);
+    std::memcpy(out, &word, sizeof word);
+  } else {
+    StoreThree(out, first);
+    StoreThree(out + 3, second);
+  }
+}
+
+// Encodes the units as UTF-8 into `out`, which holds their Utf8Size plus kEncodeSlack bytes (the
+// stores of three-byte characters write a little beyond them); returns the bytes written. Units
+// that are not scalar values become U+FFFD.
+size_t EncodeUtf8(const wchar_t* text, size_t length, unsigned char* out, size_t total) noexcept {
+  size_t o = 0;
+  size_t i = 0;
+  while (i < length) {
+    uint32_t cp = static_cast<uint32_t>(text[i]);
+    if (cp < 0x80) {
+      // Runs between other characters are mostly short: the first units go one by one, and only a
+      // run that goes on is taken sixteen units at a time.
+      const size_t shortEnd = std::min(length, i + 8);
+      while (i < shortEnd && static_cast<uint32_t>(text[i]) < 0x80) out[o++] = static_cast<unsigned char>(text[i++]);
+      if (i == shortEnd) {
+        while (i + 16 <= length && o + 16 <= total && NarrowAsciiBlock(text + i, out + o)) {
+          i += 16;
+          o += 16;
+        }
+        while (i < length && static_cast<uint32_t>(text[i]) < 0x80) out[o++] = static_cast<unsigned char>(text[i++]);
+      }
+      if (i >= length) break;
+      cp = static_cast<uint32_t>(text[i]);
+    }
+    // A run of non-ASCII units; three-byte ones (most CJK) two at a time when they come in pairs.
+    for (;;) {
+      if (IsThreeByteScalar(cp) && cp < 0x10000) {
+        if (i + 1 < length && IsThreeByteScalar(static_cast<uint32_t>(text[i + 1])) &&
+            static_cast<uint32_t>(text[i + 1]) < 0x10000) {
+          StoreSix(out + o, cp, static_cast<uint32_t>(text[i + 1]));
+          o += 6;
+          i += 2;
+        } else {
+          StoreThree(out + o, cp);
+          o += 3;
+          ++i;
+        }
+      } else if (cp < 0x800) {
+        out[o] = static_cast<unsigned char>(0xC0 | (cp >> 6));
+        out[o + 1] = static_cast<unsigned char>(0x80 | (cp & 0x3F));
+        o += 2;
+        ++i;
+      } else if (cp - 0x10000 < 0x100000) {
+        out[o] = static_cast<unsigned char>(0xF0 | (cp >> 18));
+        out[o + 1] = static_cast<unsigned char>(0x80 | ((cp >> 12) & 0x3F));
+        out[o + 2] = static_cast<unsigned char>(0x80 | ((cp >> 6) & 0x3F));
+        out[o + 3] = static_cast<unsigned char>(0x80 | (cp & 0x3F));
+        o += 4;
+        ++i;
+      } else {
+        StoreThree(out + o, 0xFFFD);  // a surrogate or beyond Unicode (negative values included)
+        o += 3;
+        ++i;
+      }
+      if (i >= length) break;
+      cp = static_cast<uint32_t>(text[i]);
+      if (cp < 0x80) break;
+    }
+  }
+  return o;
 }
 
 CMRL_ByteString WideToUtf8(const wchar_t* text, size_t length) {
   const size_t total = Utf8Size(text, length);
   if (total == 0) return CMRL_ByteString();
   CMRL_ByteString result;
-  auto* out = reinterpret_cast<unsigned char*>(result.GetBuffer(static_cast<int>(CheckedLength(total))));
-  size_t o = 0;
-  size_t i = 0;
-  while (i < length) {
-    // ASCII runs go four units at a time.
-    while (i + 4 <= length && static_cast<uint32_t>(text[i]) < 0x80 &&
-           (static_cast<uint32_t>(text[i]) | static_cast<uint32_t>(text[i + 1]) | static_cast<uint32_t>(text[i + 2]) |
-            static_cast<uint32_t>(text[i + 3])) < 0x80) {
-      out[o] = static_cast<unsigned char>(text[i]);
-      out[o + 1] = static_cast<unsigned char>(text[i + 1]);
-      out[o + 2] = static_cast<unsigned char>(text[i + 2]);
-      out[o + 3] = static_cast<unsigned char>(text[i + 3]);
-      i += 4;
-      o += 4;
-    }
-    if (i >= length) break;
-    uint32_t cp = static_cast<uint32_t>(text[i++]);
-    if (cp < 0x80) {
-      out[o++] = static_cast<unsigned char>(cp);
-    } else if (cp < 0x800) {
-      out[o] = static_cast<unsigned char>(0xC0 | (cp >> 6));
-      out[o + 1] = static_cast<unsigned char>(0x80 | (cp & 0x3F));
-      o += 2;
-    } else if (cp < 0x10000 || cp > 0x10FFFF) {
-      if (cp - 0xD800 < 0x800 || cp > 0x10FFFF) cp = 0xFFFD;  // not a scalar value
-      out[o] = static_cast<unsigned char>(0xE0 | (cp >> 12));
-      out[o + 1] = static_cast<unsigned char>(0x80 | ((cp >> 6) & 0x3F));
-      out[o + 2] = static_cast<unsigned char>(0x80 | (cp & 0x3F));
-      o += 3;
-    } else {
-      out[o] = static_cast<unsigned char>(0xF0 | (cp >> 18));
-      out[o + 1] = static_cast<unsigned char>(0x80 | ((cp >> 12) & 0x3F));
-      out[o + 2] = static_cast<unsigned char>(0x80 | ((cp >> 6) & 0x3F));
-      out[o + 3] = static_cast<unsigned char>(0x80 | (cp & 0x3F));
-      o += 4;
-    }
-  }
-  result.ReleaseBuffer(static_cast<int>(o));
+  auto* out =
+      reinterpret_cast<unsigned char*>(result.GetBuffer(static_cast<int>(CheckedLength(total + kEncodeSlack))));
+  result.ReleaseBuffer(static_cast<int>(EncodeUtf8(text, length, out, total)));
   return result;
 }
 

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <clocale>
+#include <cstdint>
 #include <cstring>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -95,12 +97,111 @@ TEST(ByteStringConverterTest, IllFormedUtf8GivesOneReplacementPerMaximalSubpart)
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::PrintToString(c.in));
     EXPECT_EQ(c.out, FromUtf8(c.in));
-    // The same bytes in the middle of long ASCII runs hit the eight-byte fast path's edges.
-    for (size_t pad = 0; pad < 9; ++pad) {
+    // The same bytes at every offset of the sixteen-byte ASCII blocks, and after and before runs of
+    // three-byte characters, which are decoded two at a time.
+    for (size_t pad = 0; pad < 34; ++pad) {
       const std::string before(pad, 'x');
-      const std::string after(17 - pad, 'y');
-      EXPECT_EQ(std::wstring(pad, L'x') + c.out + std::wstring(17 - pad, L'y'), FromUtf8(before + c.in + after));
+      const std::string after(35 - pad, 'y');
+      EXPECT_EQ(std::wstring(pad, L'x') + c.out + std::wstring(35 - pad, L'y'), FromUtf8(before + c.in + after))
+          << "pad " << pad;
     }
+    for (size_t count = 0; count < 6; ++count) {
+      std::string cjk;
+      for (size_t k = 0; k < count; ++k) cjk += "\xE4\xB8\xAD";
+      const std::wstring wide(count, 0x4E2D);
+      EXPECT_EQ(wide + c.out + wide, FromUtf8(cjk + c.in + cjk)) << "characters " << count;
+    }
+  }
+}
+
+// A plain decoder after the table of well-formed byte sequences, to check the fast paths against:
+// each position either starts a well-formed sequence or gives one U+FFFD for the lead byte plus the
+// trail bytes that were still in range.
+std::wstring ReferenceDecode(const std::string& bytes) {
+  struct Ranges {
+    int trail;
+    unsigned char firstLow, firstHigh;
+  };
+  const auto ranges = [](unsigned char lead) -> Ranges {
+    if (lead >= 0xC2 && lead <= 0xDF) return {1, 0x80, 0xBF};
+    if (lead == 0xE0) return {2, 0xA0, 0xBF};
+    if (lead == 0xED) return {2, 0x80, 0x9F};
+    if (lead >= 0xE1 && lead <= 0xEF) return {2, 0x80, 0xBF};
+    if (lead == 0xF0) return {3, 0x90, 0xBF};
+    if (lead == 0xF4) return {3, 0x80, 0x8F};
+    if (lead >= 0xF1 && lead <= 0xF3) return {3, 0x80, 0xBF};
+    return {0, 0, 0};
+  };
+  std::wstring out;
+  size_t i = 0;
+  while (i < bytes.size()) {
+    const auto lead = static_cast<unsigned char>(bytes[i]);
+    if (lead < 0x80) {
+      out += static_cast<wchar_t>(lead);
+      ++i;
+      continue;
+    }
+    const Ranges r = ranges(lead);
+    uint32_t cp = lead & (0x3F >> r.trail);
+    size_t taken = 1;
+    for (int k = 0; k < r.trail && i + taken < bytes.size(); ++k) {
+      const auto b = static_cast<unsigned char>(bytes[i + taken]);
+      const unsigned char low = k == 0 ? r.firstLow : 0x80;
+      const unsigned char high = k == 0 ? r.firstHigh : 0xBF;
+      if (b < low || b > high) break;
+      cp = (cp << 6) | (b & 0x3F);
+      ++taken;
+    }
+    out += r.trail > 0 && taken == static_cast<size_t>(r.trail) + 1 ? static_cast<wchar_t>(cp) : R;
+    i += taken;
+  }
+  return out;
+}
+
+// Random text built from pieces that each path cares about: ASCII runs of every length, characters
+// of each size, cut-off characters, stray continuation bytes and arbitrary bytes.
+TEST(ByteStringConverterTest, RandomTextDecodesLikeThePlainDecoder) {
+  std::mt19937 random(20261123);
+  const auto pick = [&](uint32_t low, uint32_t high) {
+    return std::uniform_int_distribution<uint32_t>(low, high)(random);
+  };
+  for (int round = 0; round < 4000; ++round) {
+    std::string text;
+    const uint32_t pieces = pick(1, 30);
+    for (uint32_t p = 0; p < pieces; ++p) {
+      switch (pick(0, 7)) {
+        case 0: text += std::string(pick(0, 40), static_cast<char>(pick(0x20, 0x7E))); break;
+        case 1: text += EncodeOne(pick(0x80, 0x7FF)); break;
+        case 2:
+        case 3: for (uint32_t k = pick(1, 12); k > 0; --k) text += EncodeOne(pick(0x4E00, 0x9FFF)); break;
+        case 4: text += EncodeOne(pick(0x10000, 0x10FFFF)); break;
+        case 5: text += EncodeOne(pick(0x800, 0x10FFFF)).substr(0, pick(1, 2)); break;
+        case 6: text += static_cast<char>(pick(0x80, 0xBF)); break;
+        default: text += static_cast<char>(pick(0, 255)); break;
+      }
+    }
+    ASSERT_EQ(ReferenceDecode(text), FromUtf8(text)) << testing::PrintToString(text);
+  }
+}
+
+// Stray continuation bytes are the one input that yields more units than there are other bytes,
+// so the result must grow past its first size, keeping what was decoded before.
+TEST(ByteStringConverterTest, ManyStrayContinuationBytes) {
+  for (size_t strays : {1u, 15u, 16u, 17u, 40u, 1000u}) {
+    SCOPED_TRACE(strays);
+    EXPECT_EQ(std::wstring(strays, R), FromUtf8(std::string(strays, '\x80')));
+    const std::string head = std::string(100, 'a') + "\xE4\xB8\xAD\xC3\xA9";
+    const std::wstring wideHead = std::wstring(100, L'a') + L"\x4E2D\xE9";
+    std::string text = head + std::string(strays, '\xBF') + head;
+    EXPECT_EQ(wideHead + std::wstring(strays, R) + wideHead, FromUtf8(text));
+    // Strays spread between characters, where each one follows a complete sequence.
+    text.clear();
+    std::wstring expected;
+    for (size_t k = 0; k < strays; ++k) {
+      text += "\xE4\xB8\xAD\x9F";
+      expected += {0x4E2D, R};
+    }
+    EXPECT_EQ(expected, FromUtf8(text));
   }
 }
 
@@ -142,6 +243,60 @@ TEST(ByteStringConverterTest, WideUnitsThatAreNotScalarValuesBecomeReplacement) 
   }
   // A high and a low surrogate do not pair up in UTF-32.
   EXPECT_EQ(replacement + replacement, ToUtf8(std::wstring({0xD83D, 0xDE00})));
+
+  // Every offset within the blocks of sixteen ASCII units and the groups of eight that are sized
+  // together, in ASCII and in CJK surroundings.
+  const std::string cjk = "\xE4\xB8\xAD";
+  for (uint32_t value : {0xD800u, 0xDFFFu, 0x110000u, 0xFFFFFFFFu, 0x80u, 0x7FFu, 0xFFFFu, 0x10000u, 0x10FFFFu}) {
+    const auto unit = static_cast<wchar_t>(value);
+    const bool scalar = value <= 0x10FFFF && (value < 0xD800 || value > 0xDFFF);
+    const std::string encoded = scalar ? EncodeOne(value) : replacement;
+    for (size_t pad = 0; pad < 34; ++pad) {
+      std::wstring ascii(40, L'q');
+      ascii[pad] = unit;
+      EXPECT_EQ(std::string(pad, 'q') + encoded + std::string(39 - pad, 'q'), ToUtf8(ascii))
+          << std::hex << unit << " at " << std::dec << pad;
+      std::wstring wide(40, 0x4E2D);
+      wide[pad] = unit;
+      std::string expected;
+      for (size_t k = 0; k < 40; ++k) expected += k == pad ? encoded : cjk;
+      EXPECT_EQ(expected, ToUtf8(wide)) << std::hex << unit << " at " << std::dec << pad;
+    }
+  }
+}
+
+// Random mixes of every kind of unit against a plain per-unit encoding, and back.
+TEST(ByteStringConverterTest, RandomUnitsEncodeLikeThePlainEncoder) {
+  std::mt19937 random(112358);
+  const auto pick = [&](uint32_t low, uint32_t high) {
+    return std::uniform_int_distribution<uint32_t>(low, high)(random);
+  };
+  for (int round = 0; round < 4000; ++round) {
+    std::wstring units;
+    std::string expected;
+    bool scalarOnly = true;
+    for (uint32_t count = pick(0, 80); count > 0; --count) {
+      uint32_t unit;
+      switch (pick(0, 6)) {
+        case 0:
+        case 1: unit = pick(0, 0x7F); break;
+        case 2: unit = pick(0x80, 0x7FF); break;
+        case 3: unit = pick(0x800, 0xFFFF); break;
+        case 4: unit = pick(0x10000, 0x10FFFF); break;
+        case 5: unit = pick(0xD800, 0xDFFF); break;
+        default: unit = pick(0x110000, 0xFFFFFFFF); break;
+      }
+      units += static_cast<wchar_t>(unit);
+      const bool scalar = unit <= 0x10FFFF && (unit < 0xD800 || unit > 0xDFFF);
+      expected += EncodeOne(scalar ? unit : 0xFFFD);
+      scalarOnly = scalarOnly && scalar;
+    }
+    const std::string utf8 = ToUtf8(units);
+    ASSERT_EQ(expected, utf8) << round;
+    if (scalarOnly) {
+      ASSERT_TRUE(units == FromUtf8(utf8)) << round;
+    }
+  }
 }
 
 TEST(ByteStringConverterTest, LocalEncodingInUtf8AndAsciiLocalesIsUtf8) {

@@ -12,8 +12,11 @@
 // Mode 30 (CA_BLEND_HSB) is done here pixel by pixel: hue and saturation of the source,
 // brightness of the target. Its rectangle is inclusive of right and bottom, is put in order and
 // clipped to the target in place (the caller sees the result), and point is where the source
-// area starts. Every other mode goes to CCA_Dib::CompositeBitmap with rect and point unchanged.
-// False for a null bitmap or a refused composite; true when mode 30 finds nothing to do.
+// area starts. When the rectangle or the source area lies wholly outside its bitmap, mode 30
+// answers true and leaves the target, alpha included, as it was; the rectangle keeps the
+// ordering and clipping done before that was known. Every other mode goes to
+// CCA_Dib::CompositeBitmap with rect and point unchanged.
+// False for a null bitmap or a refused composite.
 //
 //   CMRL_DeviceRectTemplate<int> rect(10, 10, 59, 39);
 //   CMRL_PSVTemplate<int> at(0, 0);

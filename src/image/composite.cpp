@@ -12,14 +12,15 @@ namespace {
 using Point = CMRL_PSVTemplate<int>;
 
 // Mode 30 over the inclusive rectangle, reading and writing through the bitmap's pixel calls.
-void CompositeHsbArea(const CCA_Dib& source, CCA_Dib& target, CMRL_DeviceRectTemplate<int>& rect, const Point& point) {
+// False when the rectangle or the source area lies wholly outside its bitmap: no pixel was visited.
+bool CompositeHsbArea(const CCA_Dib& source, CCA_Dib& target, CMRL_DeviceRectTemplate<int>& rect, const Point& point) {
   const int tw = target.GetWidth();
   const int th = target.GetHeight();
   const int sw = source.GetWidth();
   const int sh = source.GetHeight();
   if (rect.left > rect.right) std::swap(rect.left, rect.right);
   if (rect.top > rect.bottom) std::swap(rect.top, rect.bottom);
-  if (rect.left > tw || rect.top > th || rect.right < 0 || rect.bottom < 0) return;
+  if (rect.left > tw || rect.top > th || rect.right < 0 || rect.bottom < 0) return false;
   rect.left = std::max(rect.left, 0);
   rect.top = std::max(rect.top, 0);
   rect.right = std::min(rect.right, tw);
@@ -28,7 +29,7 @@ void CompositeHsbArea(const CCA_Dib& source, CCA_Dib& target, CMRL_DeviceRectTem
   // The source area keeps its start when the rectangle is clipped; its far corner follows the clip.
   long long farX = static_cast<long long>(point.x) - rect.left + rect.right;
   long long farY = static_cast<long long>(point.y) - rect.top + rect.bottom;
-  if (point.x > sw || point.y > sh || farX < 0 || farY < 0) return;
+  if (point.x > sw || point.y > sh || farX < 0 || farY < 0) return false;
   farX = std::min<long long>(farX, sw);
   farY = std::min<long long>(farY, sh);
   const int startX = std::max(point.x, 0);
@@ -46,6 +47,7 @@ void CompositeHsbArea(const CCA_Dib& source, CCA_Dib& target, CMRL_DeviceRectTem
       target.SetPixel(at, out);
     }
   }
+  return true;
 }
 
 // Products of each channel with its weight, so that a sum of table entries rounds exactly like
@@ -227,8 +229,8 @@ bool CompositeDibInBM(CCA_Dib* source, CCA_Dib* target, CA_BlendMode mode, CMRL_
     if (mask) target->MultiplyAlpha(mask.get());
     return done;
   }
-  CompositeHsbArea(*source, *target, rect, point);
-  if (mask) target->MultiplyAlpha(mask.get());
+  // With nothing to do the target stays exactly as it was: its alpha is not multiplied either.
+  if (CompositeHsbArea(*source, *target, rect, point) && mask) target->MultiplyAlpha(mask.get());
   return true;
 }
 

@@ -169,6 +169,18 @@ TEST(CompositeDibInBM, TargetAlphaIsTakenFirstAndMultipliedBack) {
       EXPECT_EQ(target->GetPixel(P(1, 1)), (Hsb(source->GetPixel(P(1, 1)), 0x80406080) & 0xFFFFFF) | 0x40000000u);
     }
   }
+  // Mode 30 with nothing to do leaves even the alpha alone: the mask is not multiplied back.
+  {
+    auto target = Make(6, 4, CA_DIB_Argb, 0x80406080);
+    const auto before = Bytes(*target);
+    R outside(7, 0, 9, 2);
+    P point(0, 0);
+    EXPECT_TRUE(CompositeDibInBM(source.get(), target.get(), CA_BLEND_HSB, outside, point));
+    R inside(0, 0, 2, 2);
+    P pastSource(4, 0);
+    EXPECT_TRUE(CompositeDibInBM(source.get(), target.get(), CA_BLEND_HSB, inside, pastSource));
+    EXPECT_EQ(Bytes(*target), before);
+  }
   // Without alpha no mask is made: the fourth byte of Rgb32 stays as it was.
   auto target = Make(4, 4, CA_DIB_Rgb32, 0x80406080);
   R rect(0, 0, 3, 3);

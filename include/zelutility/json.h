@@ -180,7 +180,8 @@ class ZELJson {
 
   // Number of elements or members (duplicates counted); -1 for scalars and null.
   virtual int GetSize() const = 0;
-  // A deep copy in storage of its own, independent of this tree.
+  // A deep copy in storage of its own, independent of this tree. Deep copies (Clone, CopyFrom,
+  // SetJson, InsertJson) work at any nesting depth, however the tree was built.
   virtual std::shared_ptr<ZELJson> Clone() const = 0;
   // Replaces this node's value (whatever its kind) with a deep copy of other's and returns true;
   // false and no change for null. other may be this node or lie inside its tree. On a view the

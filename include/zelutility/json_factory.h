@@ -59,7 +59,8 @@ class ZEL_API ZELJsonFactory {
   // Compact text of any node, view or scalar included: no blanks, members in their order,
   // non-ASCII bytes as they are, doubles always with a fraction or exponent (2.0, 1e30).
   // A null json gives the empty text; a null config means the default decimal limit.
-  // A NaN or infinity in the tree ends the text right before it, unclosed.
+  // A NaN or infinity in the tree ends the text right before it, unclosed. Any nesting depth
+  // prints, including trees built by hand far deeper than a parsed text may be.
   static CMRL_ByteString BuildJsonString(std::shared_ptr<const ZELJson> json,
                                          const BuildConfig* config = nullptr);
 };

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <new>
 #include <utility>
+#include <vector>
 
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
@@ -89,6 +90,116 @@ T ReadOr(const Value* v, bool (*read)(const Value&, T&), T defaultValue) noexcep
 }
 
 bool IsUsableKey(const char* key) noexcept { return key != nullptr && key[0] != '\0'; }
+
+// The one event of a value that is no container. Strings always go out as "copy"; the other
+// scalars as Value::Accept sends them (no recursion there).
+template <class Handler>
+bool WalkScalar(const Value& v, Handler& handler) {
+  if (v.IsString()) return handler.String(v.GetString(), v.GetStringLength(), true);
+  return v.Accept(handler);
+}
+
+// Sends the events of a subtree to a SAX handler, as Value::Accept does, but with the open
+// containers on a heap stack instead of the call stack. Stops at the first event the handler
+// refuses (a writer refuses a NaN) and returns false then. Strings and keys always go out as
+// "copy", so a document fed by this never refers back into the source tree.
+// Kept out of line: inlined into Walk it would weigh on every recursive call of the common case.
+template <class Handler>
+[[gnu::noinline]] bool WalkWithoutRecursion(const Value& root, Handler& handler) {
+  struct Open {
+    const Value* container;
+    rapidjson::SizeType next;
+  };
+  std::vector<Open> open;
+  open.reserve(64);
+  const Value* pending = &root;
+  for (;;) {
+    if (pending != nullptr) {
+      const Value& v = *pending;
+      pending = nullptr;
+      bool accepted;
+      switch (v.GetType()) {
+        case rapidjson::kArrayType:
+          accepted = handler.StartArray();
+          open.push_back({&v, 0});
+          break;
+        case rapidjson::kObjectType:
+          accepted = handler.StartObject();
+          open.push_back({&v, 0});
+          break;
+        default:
+          accepted = WalkScalar(v, handler);
+          break;
+      }
+      if (!accepted) return false;
+    }
+    if (open.empty()) return true;
+    Open& top = open.back();
+    const Value& container = *top.container;
+    if (container.IsArray()) {
+      if (top.next < container.Size()) {
+        pending = container.Begin() + top.next++;
+        continue;
+      }
+      open.pop_back();
+      if (!handler.EndArray(container.Size())) return false;
+    } else {
+      if (top.next < container.MemberCount()) {
+        const auto member = container.MemberBegin() + top.next++;
+        if (!handler.Key(member->name.GetString(), member->name.GetStringLength(), true)) {
+          return false;
+        }
+        pending = &member->value;
+        continue;
+      }
+      open.pop_back();
+      if (!handler.EndObject(container.MemberCount())) return false;
+    }
+  }
+}
+
+// Nesting that Walk handles by plain recursion, which is the fastest way for ordinary documents;
+// deeper subtrees (only trees built by hand get there) continue on a heap stack.
+constexpr int kRecursiveWalkDepth = 128;
+
+// Value::Accept with the guarantees of WalkWithoutRecursion: any depth, strings always copied.
+template <class Handler>
+bool Walk(const Value& v, Handler& handler, int depthLeft = kRecursiveWalkDepth) {
+  switch (v.GetType()) {
+    case rapidjson::kArrayType:
+      if (depthLeft == 0) return WalkWithoutRecursion(v, handler);
+      if (!handler.StartArray()) return false;
+      for (const Value* element = v.Begin(); element != v.End(); ++element) {
+        if (!Walk(*element, handler, depthLeft - 1)) return false;
+      }
+      return handler.EndArray(v.Size());
+    case rapidjson::kObjectType:
+      if (depthLeft == 0) return WalkWithoutRecursion(v, handler);
+      if (!handler.StartObject()) return false;
+      for (auto member = v.MemberBegin(); member != v.MemberEnd(); ++member) {
+        if (!handler.Key(member->name.GetString(), member->name.GetStringLength(), true) ||
+            !Walk(member->value, handler, depthLeft - 1)) {
+          return false;
+        }
+      }
+      return handler.EndObject(v.MemberCount());
+    default:
+      return WalkScalar(v, handler);
+  }
+}
+
+// A deep copy of source with every string, element block and member block from allocator.
+// Containers are rebuilt through a document over that allocator, as RapidJSON's own copy does,
+// but fed by Walk, so the depth of the tree costs heap and not stack.
+Value CopyTree(const Value& source, RapidjsonWrapper::Allocator& allocator) {
+  if (!source.IsArray() && !source.IsObject()) return Value(source, allocator);
+  rapidjson::Document builder(&allocator);
+  auto events = [&source](rapidjson::Document& handler) { return Walk(source, handler); };
+  builder.Populate(events);
+  Value copy;
+  copy.Swap(builder);
+  return copy;
+}
 
 }  // namespace
 
@@ -252,7 +363,7 @@ bool RapidjsonWrapper::DeepCopy(const ZELJson* source, Value& copy) const {
   const Value* sourceValue = ValueOf(source);
   if (sourceValue == nullptr) return false;
   // Copy before the target is touched: the source may lie inside this very container.
-  Value(*sourceValue, *allocator_).Swap(copy);
+  CopyTree(*sourceValue, *allocator_).Swap(copy);
   return true;
 }
 
@@ -493,7 +604,7 @@ int RapidjsonWrapper::GetSize() const {
 
 std::shared_ptr<ZELJson> RapidjsonWrapper::Clone() const {
   auto document = std::make_unique<rapidjson::Document>();
-  Value(*value_, document->GetAllocator()).Swap(*document);
+  CopyTree(*value_, document->GetAllocator()).Swap(*document);
   return std::make_shared<RapidjsonWrapper>(std::move(document));
 }
 
@@ -505,13 +616,13 @@ bool RapidjsonWrapper::CopyFrom(std::shared_ptr<const ZELJson> other) {
     // the node goes, so views taken before still point at live (if detached) values; a pool from
     // an earlier CopyFrom is released only after the copy, as the source may lie inside it.
     auto pool = std::make_unique<Allocator>();
-    Value copy(*source, *pool);
+    Value copy = CopyTree(*source, *pool);
     *value_ = copy;
     ownedAllocator_ = std::move(pool);
     allocator_ = ownedAllocator_.get();
   } else {
     // A view copies into its tree's pool, so the copy lives as long as the tree does.
-    Value copy(*source, *allocator_);
+    Value copy = CopyTree(*source, *allocator_);
     *value_ = copy;
   }
   ResetMemberPosition();
@@ -525,6 +636,6 @@ CMRL_ByteString RapidjsonWrapper::ToJsonString(const ZELJsonFactory::BuildConfig
     // The writer needs at least one decimal place.
     writer.SetMaxDecimalPlaces(std::max(1, config->GetMaxDecimalPlaces()));
   }
-  value_->Accept(writer);  // on a NaN or infinity the text simply stops there
+  Walk(*value_, writer);  // on a NaN or infinity the text simply stops there
   return CMRL_ByteString(buffer.GetString(), static_cast<int>(buffer.GetSize()));
 }

@@ -440,4 +440,58 @@ TEST(RapidjsonWrapperTest, CopyFromReplacesKindAndSurvivesTheView) {
   EXPECT_EQ(tree->GetSize(), 2);
 }
 
+// Trees built by hand may be far deeper than any parsed text; copying and printing them must not
+// depend on the call stack. (Compared with == so a failure does not print megabytes.)
+TEST(RapidjsonWrapperTest, HandBuiltDeepTreesCopyAndPrint) {
+  constexpr int kDepth = 200000;  // arrays on even levels, objects on odd ones
+  auto root = Parse("[]");
+  std::shared_ptr<ZELJson> innermost = root;
+  std::string expected = "[";
+  std::string closing = "]";
+  for (int level = 1; level < kDepth; ++level) {
+    if (level % 2 == 1) {
+      innermost = innermost->AddObject(-1);
+      expected += '{';
+      closing += '}';
+    } else {
+      innermost = innermost->AddArray("k");
+      expected += "\"k\":[";
+      closing += ']';
+    }
+  }
+  innermost->SetString("s", "leaf");
+  innermost->SetDouble("d", 0.5);
+  innermost.reset();
+  expected += "\"s\":\"leaf\",\"d\":0.5";
+  expected.append(closing.rbegin(), closing.rend());
+  ASSERT_TRUE(Print(root) == expected);
+
+  auto clone = root->Clone();
+  EXPECT_TRUE(Print(clone) == expected);
+
+  auto holder = Parse("{\"x\":[0]}");
+  holder->SetJson("deep", root);
+  EXPECT_TRUE(holder->GetChild("x")->SetJson(0, clone));
+  EXPECT_TRUE(holder->GetChild("x")->InsertJson(0, clone));
+  root.reset();  // the copies own their storage
+  EXPECT_TRUE(Print(holder->GetChild("deep")) == expected);
+  EXPECT_TRUE(Print(holder->GetChild("x")) == "[" + expected + "," + expected + "]");
+
+  auto target = Parse("{}");
+  EXPECT_TRUE(target->CopyFrom(clone));
+  clone.reset();
+  EXPECT_TRUE(Print(target) == expected);
+  EXPECT_TRUE(holder->GetChild("x")->GetChild(0)->CopyFrom(target));
+  EXPECT_TRUE(Print(holder->GetChild("x")->GetChild(0)) == expected);
+
+  // A NaN deep inside still ends the text right where it stands.
+  auto poisoned = Parse("[]");
+  auto inner = poisoned;
+  for (int level = 1; level < 5000; ++level) inner = inner->AddArray(-1);
+  inner->InsertInt(-1, 1);
+  inner->InsertDouble(-1, std::nan(""));
+  inner.reset();
+  EXPECT_EQ(Print(poisoned), std::string(5000, '[') + "1,");
+}
+
 }  // namespace

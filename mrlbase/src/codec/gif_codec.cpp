@@ -129,13 +129,13 @@ class GifDecoder final : public DecoderBase {
         }
         for (int x = 0; x < desc.Width; ++x) {
           const int index = line[x];
-          if (index == transparent) continue;   // stays 0: fully transparent
+          // The transparent entry keeps its palette colour, as a PNG tRNS entry does.
           const unsigned c = index < count ? palette[index] : 0;
           uint8_t* p = row + 4 * (desc.Left + x);
           p[0] = static_cast<uint8_t>(c);
           p[1] = static_cast<uint8_t>(c >> 8);
           p[2] = static_cast<uint8_t>(c >> 16);
-          p[3] = 255;
+          p[3] = index == transparent ? 0 : 255;
         }
       }
     }

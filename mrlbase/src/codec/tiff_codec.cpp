@@ -1,10 +1,12 @@
-// TIFF over libtiff through client procs on memory. Common layouts (bilevel, gray, palette,
-// RGB, RGBA in strips) are read row by row; everything else goes through libtiff's RGBA reader.
+// TIFF over libtiff through client procs on memory. Common layouts (bilevel, gray, gray with
+// alpha, palette, RGB, RGBA; 8 or 16 bits; strips or tiles) are read row by row; everything else
+// goes through libtiff's RGBA reader.
 // Messages go to a per-handle handler that drops them, so nothing reaches stderr.
 
 #include <mrlbase/stream.h>
 #include <tiffio.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "codec/codec_support.h"
@@ -92,7 +94,8 @@ class TiffDecoder final : public DecoderBase {
 
  private:
   // Null with bypassed_ false when the layout is not one it reads; null with bypassed_ true on
-  // a read fault.
+  // a read fault. Strips and tiles alike, 8 or 16 bits a sample: libtiff's RGBA reader would
+  // premultiply unassociated alpha into the colour, which cannot be undone exactly.
   DibPtr ReadByRows(TIFF* tif, int w, int h) {
     bypassed_ = false;
     uint16_t bits = 1, samples = 1, photometric = 0, planar = PLANARCONFIG_CONTIG, extraCount = 0;
@@ -102,18 +105,30 @@ class TiffDecoder final : public DecoderBase {
     TIFFGetFieldDefaulted(tif, TIFFTAG_PLANARCONFIG, &planar);
     TIFFGetFieldDefaulted(tif, TIFFTAG_EXTRASAMPLES, &extraCount, &extra);
     if (!TIFFGetField(tif, TIFFTAG_PHOTOMETRIC, &photometric)) return nullptr;
-    if (TIFFIsTiled(tif) || planar != PLANARCONFIG_CONTIG) return nullptr;
+    if (planar != PLANARCONFIG_CONTIG) return nullptr;
     const bool gray = photometric == PHOTOMETRIC_MINISBLACK || photometric == PHOTOMETRIC_MINISWHITE;
+    const bool bytes = bits == 8 || bits == 16;
+    const bool straightAlpha = extraCount == 1 && extra && extra[0] == EXTRASAMPLE_UNASSALPHA;
     CA_DibFormat format;
     if (gray && samples == 1 && bits == 1) format = CA_DIB_1bpp;
-    else if (gray && samples == 1 && bits == 8) format = CA_DIB_8bpp;
+    else if (gray && samples == 1 && bytes) format = CA_DIB_8bpp;
+    else if (gray && samples == 2 && bytes && straightAlpha) format = CA_DIB_Argb;
     else if (photometric == PHOTOMETRIC_PALETTE && samples == 1 && bits == 8) format = CA_DIB_8bpp;
-    else if (photometric == PHOTOMETRIC_RGB && bits == 8 && samples == 3) format = CA_DIB_Rgb;
-    else if (photometric == PHOTOMETRIC_RGB && bits == 8 && samples == 4 && extraCount == 1 && extra[0] == EXTRASAMPLE_UNASSALPHA)
-      format = CA_DIB_Argb;
+    else if (photometric == PHOTOMETRIC_RGB && bytes && samples == 3) format = CA_DIB_Rgb;
+    else if (photometric == PHOTOMETRIC_RGB && bytes && samples == 4 && straightAlpha) format = CA_DIB_Argb;
     else return nullptr;
     const tmsize_t scanline = TIFFScanlineSize(tif);
-    if (scanline <= 0 || static_cast<uint64_t>(scanline) < (uint64_t{static_cast<uint32_t>(w)} * bits * samples + 7) / 8) return nullptr;
+    const uint64_t needed = (uint64_t{static_cast<uint32_t>(w)} * bits * samples + 7) / 8;
+    if (scanline <= 0 || static_cast<uint64_t>(scanline) < needed) return nullptr;
+    const bool tiled = TIFFIsTiled(tif) != 0;
+    uint32_t tileW = 0, tileH = 0;
+    if (tiled) {
+      TIFFGetField(tif, TIFFTAG_TILEWIDTH, &tileW);
+      TIFFGetField(tif, TIFFTAG_TILELENGTH, &tileH);
+      // A tile that does not start on a byte is left to the RGBA reader.
+      if (tileW == 0 || tileH == 0 || (uint64_t{tileW} * bits * samples) % 8 != 0) return nullptr;
+      if (uint64_t{tileW} * tileH > static_cast<uint64_t>(kMaxPixels)) return nullptr;
+    }
     bypassed_ = true;
     DibPtr dib = NewDib(w, h, format);
     if (!dib) return nullptr;
@@ -132,27 +147,61 @@ class TiffDecoder final : public DecoderBase {
       for (int i = 0; i < 256; ++i) entries[i] = ((r[i] >> shift) << 16) | ((g[i] >> shift) << 8) | (b[i] >> shift);
       dib->SetPalette(entries, 256);
     }
-    std::vector<uint8_t> row(static_cast<size_t>(scanline));
+
+    // Tiled files are gathered into whole rows first.
+    std::vector<uint8_t> whole;
+    if (tiled) {
+      const tmsize_t tileSize = TIFFTileSize(tif), tileRow = TIFFTileRowSize(tif);
+      if (tileSize <= 0 || tileRow <= 0) return nullptr;
+      whole.resize(static_cast<size_t>(scanline) * h);
+      std::vector<uint8_t> tile(static_cast<size_t>(tileSize));
+      for (uint32_t ty = 0; ty < static_cast<uint32_t>(h); ty += tileH) {
+        for (uint32_t tx = 0; tx < static_cast<uint32_t>(w); tx += tileW) {
+          if (TIFFReadTile(tif, tile.data(), tx, ty, 0, 0) < 0) return nullptr;
+          const size_t at = static_cast<size_t>(uint64_t{tx} * bits * samples / 8);
+          const size_t copy = std::min(static_cast<size_t>(tileRow), static_cast<size_t>(scanline) - at);
+          const uint32_t rows = std::min(tileH, static_cast<uint32_t>(h) - ty);
+          for (uint32_t r = 0; r < rows; ++r) {
+            std::memcpy(&whole[(ty + r) * static_cast<size_t>(scanline) + at], &tile[r * static_cast<size_t>(tileRow)], copy);
+          }
+        }
+      }
+    }
+    std::vector<uint8_t> row(tiled ? 0 : static_cast<size_t>(scanline));
+    const bool deep = bits == 16;
     for (int y = 0; y < h; ++y) {
-      if (TIFFReadScanline(tif, row.data(), static_cast<uint32_t>(y), 0) < 0) return nullptr;
+      const uint8_t* src = row.data();
+      if (tiled) {
+        src = &whole[static_cast<size_t>(y) * scanline];
+      } else if (TIFFReadScanline(tif, row.data(), static_cast<uint32_t>(y), 0) < 0) {
+        return nullptr;
+      }
+      // Sample i of the row at 8 bits: the high byte of a 16-bit sample (in the machine's byte
+      // order), as the PNG reader and libtiff's RGBA reader narrow it.
+      auto at = [src, deep](size_t i) -> uint8_t {
+        if (!deep) return src[i];
+        uint16_t v;
+        std::memcpy(&v, src + 2 * i, 2);
+        return static_cast<uint8_t>(v >> 8);
+      };
       uint8_t* dst = dib->GetScanline(y);
-      switch (format) {
-        case CA_DIB_1bpp: std::memcpy(dst, row.data(), (w + 7) / 8); break;
-        case CA_DIB_8bpp:
-          if (photometric == PHOTOMETRIC_MINISWHITE) {
-            for (int x = 0; x < w; ++x) dst[x] = static_cast<uint8_t>(255 - row[x]);
-          } else {
-            std::memcpy(dst, row.data(), w);
-          }
-          break;
-        default: {
-          const int n = format == CA_DIB_Argb ? 4 : 3;
-          for (int x = 0; x < w; ++x) {
-            dst[n * x] = row[n * x + 2];
-            dst[n * x + 1] = row[n * x + 1];
-            dst[n * x + 2] = row[n * x];
-            if (n == 4) dst[4 * x + 3] = row[4 * x + 3];
-          }
+      if (format == CA_DIB_1bpp) {
+        std::memcpy(dst, src, (w + 7) / 8);
+      } else if (format == CA_DIB_8bpp) {
+        for (int x = 0; x < w; ++x) dst[x] = photometric == PHOTOMETRIC_MINISWHITE ? 255 - at(x) : at(x);
+      } else if (gray) {   // gray and alpha
+        for (int x = 0; x < w; ++x) {
+          const uint8_t v = photometric == PHOTOMETRIC_MINISWHITE ? 255 - at(2 * x) : at(2 * x);
+          dst[4 * x] = dst[4 * x + 1] = dst[4 * x + 2] = v;
+          dst[4 * x + 3] = at(2 * x + 1);
+        }
+      } else {
+        const int n = format == CA_DIB_Argb ? 4 : 3;
+        for (int x = 0; x < w; ++x) {
+          dst[n * x] = at(n * x + 2);
+          dst[n * x + 1] = at(n * x + 1);
+          dst[n * x + 2] = at(n * x);
+          if (n == 4) dst[4 * x + 3] = at(4 * x + 3);
         }
       }
     }
@@ -173,7 +222,13 @@ class TiffDecoder final : public DecoderBase {
     }
     DibPtr dib = NewDib(w, h, alpha ? CA_DIB_Argb : CA_DIB_Rgb);
     if (!dib) return nullptr;
-    const bool premultiplied = alpha && extra[0] == EXTRASAMPLE_ASSOCALPHA;
+    // The reader hands associated alpha on as stored and premultiplies unassociated colour
+    // alpha itself; gray with unassociated alpha it leaves straight.
+    uint16_t photometric = 0;
+    TIFFGetField(tif, TIFFTAG_PHOTOMETRIC, &photometric);
+    const bool grayAlpha = photometric == PHOTOMETRIC_MINISBLACK || photometric == PHOTOMETRIC_MINISWHITE;
+    const bool premultiplied =
+        alpha && (extra[0] == EXTRASAMPLE_ASSOCALPHA || (extra[0] == EXTRASAMPLE_UNASSALPHA && !grayAlpha));
     for (int y = 0; y < h; ++y) {
       const uint32_t* src = &raster[static_cast<size_t>(y) * w];
       uint8_t* dst = dib->GetScanline(y);

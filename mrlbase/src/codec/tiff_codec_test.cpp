@@ -35,7 +35,9 @@ struct Page {
 
 uint16_t Sample(int x, int y, int s, int page, uint16_t bits) {
   const uint32_t v = static_cast<uint32_t>(x * 37 + y * 11 + s * 71 + page * 50);
-  return bits == 16 ? static_cast<uint16_t>((v & 0xFF) * 257) : bits == 1 ? (x + y) % 2 : static_cast<uint16_t>(v & 0xFF);
+  // 16-bit samples get an unrelated low byte: narrowing keeps the high byte only.
+  return bits == 16 ? static_cast<uint16_t>(((v & 0xFF) << 8) | ((v * 7) & 0xFF))
+                    : bits == 1 ? (x + y) % 2 : static_cast<uint16_t>(v & 0xFF);
 }
 
 // libtiff on its own: one directory per page, samples from Sample().
@@ -140,6 +142,21 @@ TEST(TiffCodec, SixteenBitTiledAndBilevelFiles) {
   dib = Decode(WriteTiff({tiled}));
   ASSERT_NE(dib, nullptr);
   EXPECT_EQ(CountWrongRgb(*dib, tiled, 0), 0);
+
+  // Unassociated alpha must come back as stored, not premultiplied into the colour (libtiff's
+  // RGBA reader premultiplies it), whether the pixels sit in tiles or in 16-bit samples.
+  for (const Page& alpha : {Page{40, 24, 8, 4, PHOTOMETRIC_RGB, true}, Page{21, 7, 16, 4, PHOTOMETRIC_RGB, false},
+                            Page{18, 17, 16, 4, PHOTOMETRIC_RGB, true}}) {
+    dib = Decode(WriteTiff({alpha}));
+    ASSERT_NE(dib, nullptr);
+    EXPECT_EQ(dib->GetFormat(), CA_DIB_Argb);
+    EXPECT_EQ(CountWrongRgb(*dib, alpha, 0), 0) << alpha.w << "x" << alpha.h << " bits " << alpha.bits;
+  }
+  // A tiled file cut anywhere is refused, without reading past what is there.
+  const Bytes tiledFile = WriteTiff({Page{40, 24, 8, 4, PHOTOMETRIC_RGB, true}});
+  for (size_t cut = 8; cut < tiledFile.size(); cut += 11) {
+    EXPECT_EQ(Decode(Bytes(tiledFile.begin(), tiledFile.begin() + cut)), nullptr) << "cut at " << cut;
+  }
 
   // Min-is-white bilevel: a set bit is black.
   dib = Decode(WriteTiff({{13, 3, 1, 1, PHOTOMETRIC_MINISWHITE, false}}));

@@ -1,6 +1,7 @@
 #include <zelutility/draw_text.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -14,43 +15,25 @@
 
 namespace {
 
-// Remembers every call, with what the font had been asked to load at the time of the text call.
+// Remembers every call; a text run as "family weight italic size e,f colour", with what the font had been
+// asked to load at the time of the call.
 class RecordingDevice : public ICA_Device {
  public:
-  struct Run {
-    std::wstring text;
-    int count = 0;
-    std::string family;
-    int charset = 0, weight = 0, italic = 0;
-    float size = 0;
-    CMRL_Matrix matrix;
-    unsigned argb = 0;
-  };
-  std::vector<std::string> calls;
-  std::vector<Run> runs;
+  std::vector<std::string> calls, runs;
+  std::wstring text;
 
-  int FinishStepOne() override {
-    calls.push_back("FinishStepOne");
-    return 1;
-  }
-  int FinishStepTwo() override {
-    calls.push_back("FinishStepTwo");
-    return 1;
-  }
-  int DrawTextRun(const wchar_t* text, int count, CCA_Font* font, float size, const CMRL_Matrix* matrix,
+  int FinishStepOne() override { return calls.push_back("FinishStepOne"), 1; }
+  int FinishStepTwo() override { return calls.push_back("FinishStepTwo"), 1; }
+  int DrawTextRun(const wchar_t* chars, int count, CCA_Font* font, float size, const CMRL_Matrix* m,
                   unsigned argb) override {
     calls.push_back("DrawTextRun");
-    Run run;
-    run.text.assign(text, static_cast<size_t>(count));
-    run.count = count;
-    run.family = font ? font->GetRequestedFamily() : "<null>";
-    run.charset = font ? font->GetCharset() : -1;
-    run.weight = font ? font->GetWeight() : -1;
-    run.italic = font ? font->GetItalic() : -1;
-    run.size = size;
-    run.matrix = matrix ? *matrix : CMRL_Matrix(0, 0, 0, 0, 0, 0);
-    run.argb = argb;
-    runs.push_back(run);
+    text.assign(chars, static_cast<size_t>(count));
+    EXPECT_TRUE(m->a == 1 && m->b == 0 && m->c == 0 && m->d == 1);
+    EXPECT_EQ(font->GetCharset(), 3);
+    char line[200];
+    std::snprintf(line, sizeof line, "%s %d %d %.8g %g,%g %08X", font->GetRequestedFamily(), font->GetWeight(),
+                  font->GetItalic(), size, m->e, m->f, argb);
+    runs.push_back(line);
     return 0;  // a refusing device does not change the answer
   }
 };
@@ -61,108 +44,62 @@ std::shared_ptr<const ZELJson> Parse(const char* text) {
   return node;
 }
 
-RecordingDevice::Run DrawOne(const char* json) {
-  RecordingDevice device;
-  EXPECT_EQ(DrawTextOnDevice(&device, Parse(json)), 1) << json;
-  const std::vector<std::string> order{"DrawTextRun", "FinishStepOne", "FinishStepTwo"};
-  EXPECT_EQ(device.calls, order) << json;
-  return device.runs.empty() ? RecordingDevice::Run() : device.runs.front();
-}
-
-void ExpectMatrix(const CMRL_Matrix& m, float e, float f) {
-  EXPECT_EQ(m.a, 1.0f);
-  EXPECT_EQ(m.b, 0.0f);
-  EXPECT_EQ(m.c, 0.0f);
-  EXPECT_EQ(m.d, 1.0f);
-  EXPECT_EQ(m.e, e);
-  EXPECT_EQ(m.f, f);
-}
-
-TEST(DrawTextOnDevice, ContentAloneTakesEveryDefault) {
-  const auto run = DrawOne(R"({"Content":"Hi \u4E2D"})");
-  EXPECT_EQ(run.text, L"Hi \x4E2D");
-  EXPECT_EQ(run.count, 4);
-  EXPECT_EQ(run.family, "SimSun");
-  EXPECT_EQ(run.charset, 3);
-  EXPECT_EQ(run.weight, 400);
-  EXPECT_EQ(run.italic, 0);
-  EXPECT_FLOAT_EQ(run.size, 34.666668f);
-  ExpectMatrix(run.matrix, 0, 26);
-  EXPECT_EQ(run.argb, 0xFF000000u);
-}
-
-TEST(DrawTextOnDevice, FontSizeAndOffsets) {
-  auto run = DrawOne(R"({"Content":"a","Font":{"FontSize":12}})");
-  EXPECT_EQ(run.size, 16.0f);
-  ExpectMatrix(run.matrix, 0, 12);
-  for (const char* bad : {R"({"Content":"a","Font":{"FontSize":0}})", R"({"Content":"a","Font":{"FontSize":-3}})",
-                          R"({"Content":"a","Font":{"FontSize":12.5}})", R"({"Content":"a","Font":{"FontSize":"12"}})",
-                          R"({"Content":"a","FontSize":12})"}) {
-    run = DrawOne(bad);
-    EXPECT_FLOAT_EQ(run.size, 34.666668f) << bad;
-    EXPECT_EQ(run.matrix.f, 26.0f) << bad;
-  }
-  run = DrawOne(R"({"Content":"a","DeltaY":-26})");
-  ExpectMatrix(run.matrix, 0, 0);
-  // The vertical offset adds to the size in points, not in pixels.
-  run = DrawOne(R"({"Content":"a","DeltaX":12.25,"DeltaY":3.5,"Font":{"FontSize":9,"DeltaX":100}})");
-  ExpectMatrix(run.matrix, 12.25f, 12.5f);
-  EXPECT_EQ(run.size, 12.0f);
-  // Offsets inside "Font" are not read.
-  run = DrawOne(R"({"Content":"a","Font":{"DeltaX":5,"DeltaY":5}})");
-  ExpectMatrix(run.matrix, 0, 26);
-}
-
-TEST(DrawTextOnDevice, ColourComesOnlyFromTheFontObject) {
-  struct Case {
-    const char* json;
-    unsigned argb;
-  } cases[] = {
-      {R"({"Content":"a","Color":"#FF0000"})", 0xFF000000u},  // top level: ignored
-      {R"({"Content":"a","Font":{"Color":"#000000"}})", 0xFF000000u},
-      {R"({"Content":"a","Font":{"Color":""}})", 0xFF000000u},
-      {R"({"Content":"a","Font":{"Color":"#FF0000"}})", 0xFFFF0000u},
-      {R"({"Content":"a","Font":{"Color":"#00FF80"}})", 0xFF00FF80u},
-      {R"({"Content":"a","Font":{"Color":"128"}})", 0xFF808080u},
-      {R"({"Content":"a","Font":{"Color":"#80402010"}})", 0xFF102040u},
-      {R"({"Content":"a","Font":{"Color":"#123"}})", 0xFF000000u},  // refused: black
-      {R"({"Content":"a","Font":{"Color":17}})", 0xFF000000u},
+TEST(DrawTextOnDevice, ReadsOnlyTheKeysItKnowsWithADefaultForEach) {
+  // 26 points are 34.666668 pixels; black is the default colour.
+  const char* const kDefault = "SimSun 400 0 34.666668 0,26 FF000000";
+  const std::pair<const char*, const char*> cases[] = {
+      {R"({"Content":"Hi \u4E2D"})", kDefault},
+      {R"({"Content":"a","Font":{"FontSize":12}})", "SimSun 400 0 16 0,12 FF000000"},
+      {R"({"Content":"a","Font":{"FontSize":0}})", kDefault},
+      {R"({"Content":"a","Font":{"FontSize":-3}})", kDefault},
+      {R"({"Content":"a","Font":{"FontSize":12.5}})", kDefault},
+      {R"({"Content":"a","Font":{"FontSize":"12"}})", kDefault},
+      {R"({"Content":"a","FontSize":12})", kDefault},
+      {R"({"Content":"a","DeltaY":-26})", "SimSun 400 0 34.666668 0,0 FF000000"},
+      // The vertical offset adds to the size in points, not in pixels; offsets inside "Font" are not read.
+      {R"({"Content":"a","DeltaX":12.25,"DeltaY":3.5,"Font":{"FontSize":9,"DeltaX":100}})",
+       "SimSun 400 0 12 12.25,12.5 FF000000"},
+      {R"({"Content":"a","Font":{"DeltaX":5,"DeltaY":5}})", kDefault},
+      // Colour comes only from "Font"; a refused colour text draws black.
+      {R"({"Content":"a","Color":"#FF0000"})", kDefault},
+      {R"({"Content":"a","Font":{"Color":"#000000"}})", kDefault},
+      {R"({"Content":"a","Font":{"Color":""}})", kDefault},
+      {R"({"Content":"a","Font":{"Color":"#FF0000"}})", "SimSun 400 0 34.666668 0,26 FFFF0000"},
+      {R"({"Content":"a","Font":{"Color":"#00FF80"}})", "SimSun 400 0 34.666668 0,26 FF00FF80"},
+      {R"({"Content":"a","Font":{"Color":"128"}})", "SimSun 400 0 34.666668 0,26 FF808080"},
+      {R"({"Content":"a","Font":{"Color":"#80402010"}})", "SimSun 400 0 34.666668 0,26 FF102040"},
+      {R"({"Content":"a","Font":{"Color":"#123"}})", kDefault},
+      {R"({"Content":"a","Font":{"Color":17}})", kDefault},
+      // Weight, slant and family, likewise only inside "Font" and only of the right type.
+      {R"({"Content":"a","Font":{"Bold":true}})", "SimSun 700 0 34.666668 0,26 FF000000"},
+      {R"({"Content":"a","Font":{"Italic":true,"Bold":false}})", "SimSun 400 1 34.666668 0,26 FF000000"},
+      {R"({"Content":"a","Bold":true,"Italic":true})", kDefault},
+      {R"({"Content":"a","Font":{"Bold":1}})", kDefault},
+      {R"({"Content":"a","Font":{"FontName":""}})", kDefault},
+      {R"({"Content":"a","Font":{"FontName":"No Such Face"}})", "No Such Face 400 0 34.666668 0,26 FF000000"},
+      {R"({"Content":"a","Font":{"FontName":"\u5B8B\u4F53"}})",
+       "\xE5\xAE\x8B\xE4\xBD\x93 400 0 34.666668 0,26 FF000000"},
+      {R"({"Content":"a","FontName":"DejaVu Sans"})", kDefault},
+      // "Font" of another kind counts as a "Font" with all defaults.
+      {R"({"Content":"a","Font":[12,"x"]})", kDefault},
+      {R"({"Content":"a","Font":"Bold"})", kDefault},
   };
-  for (const Case& c : cases) EXPECT_EQ(DrawOne(c.json).argb, c.argb) << c.json;
-}
-
-TEST(DrawTextOnDevice, FamilyWeightAndSlant) {
-  auto run = DrawOne(R"({"Content":"a","Font":{"Bold":true}})");
-  EXPECT_EQ(run.weight, 700);
-  EXPECT_EQ(run.italic, 0);
-  run = DrawOne(R"({"Content":"a","Font":{"Italic":true,"Bold":false}})");
-  EXPECT_EQ(run.weight, 400);
-  EXPECT_EQ(run.italic, 1);
-  run = DrawOne(R"({"Content":"a","Bold":true,"Italic":true})");  // top level: ignored
-  EXPECT_EQ(run.weight, 400);
-  EXPECT_EQ(run.italic, 0);
-  run = DrawOne(R"({"Content":"a","Font":{"Bold":1}})");  // not a boolean
-  EXPECT_EQ(run.weight, 400);
-  EXPECT_EQ(DrawOne(R"({"Content":"a","Font":{"FontName":""}})").family, "SimSun");
-  EXPECT_EQ(DrawOne(R"({"Content":"a","Font":{"FontName":"No Such Face"}})").family, "No Such Face");
-  EXPECT_EQ(DrawOne(R"({"Content":"a","Font":{"FontName":"\u5B8B\u4F53"}})").family, "\xE5\xAE\x8B\xE4\xBD\x93");
-  EXPECT_EQ(DrawOne(R"({"Content":"a","FontName":"DejaVu Sans"})").family, "SimSun");
-  // "Font" of another kind counts as a "Font" with all defaults.
-  for (const char* json : {R"({"Content":"a","Font":[12,"x"]})", R"({"Content":"a","Font":"Bold"})"}) {
-    run = DrawOne(json);
-    EXPECT_EQ(run.family, "SimSun");
-    EXPECT_EQ(run.weight, 400);
-    EXPECT_EQ(run.matrix.f, 26.0f);
+  const std::vector<std::string> order{"DrawTextRun", "FinishStepOne", "FinishStepTwo"};
+  for (const auto& c : cases) {
+    RecordingDevice device;
+    EXPECT_EQ(DrawTextOnDevice(&device, Parse(c.first)), 1) << c.first;
+    EXPECT_EQ(device.calls, order) << c.first;
+    EXPECT_EQ(device.runs, std::vector<std::string>{c.second}) << c.first;
+    EXPECT_EQ(device.text, &c == cases ? L"Hi \x4E2D" : L"a") << c.first;
   }
 }
 
 TEST(DrawTextOnDevice, NothingToDrawMakesNoCall) {
   RecordingDevice device;
-  const auto good = Parse(R"({"Content":"a"})");
-  EXPECT_EQ(DrawTextOnDevice(nullptr, good), 0);
+  EXPECT_EQ(DrawTextOnDevice(nullptr, Parse(R"({"Content":"a"})")), 0);
   EXPECT_EQ(DrawTextOnDevice(&device, nullptr), 0);
-  for (const char* json : {R"({"Content":""})", R"({"Text":"a"})", R"({"Content":5})", R"({"Content":null})",
-                           R"(["Content","a"])"})
+  for (const char* json :
+       {R"({"Content":""})", R"({"Text":"a"})", R"({"Content":5})", R"({"Content":null})", R"(["Content","a"])"})
     EXPECT_EQ(DrawTextOnDevice(&device, Parse(json)), 0) << json;
   EXPECT_TRUE(device.calls.empty());
 }
@@ -186,11 +123,8 @@ TEST(DrawTextOnDevice, DrawsChineseAndLatinOnARealBitmap) {
       EXPECT_EQ(p & 0xFF, 0xFFu) << "blue stays full when blue ink blends over white";
       pure += p == 0x0000FF;
     }
-  EXPECT_GE(left, 10);
-  EXPECT_LE(left, 13);
-  EXPECT_LE(top, 2);
-  EXPECT_GE(bottom, 17);
-  EXPECT_LE(bottom, 24);
+  EXPECT_TRUE(left >= 10 && left <= 13 && top <= 2 && bottom >= 17 && bottom <= 24)
+      << left << " " << top << " " << bottom;
   EXPECT_GT(pure, 20);
 }
 

@@ -27,7 +27,6 @@ TEST(TextEncodingTest, EmptyNullAndZeroLengthGiveEmpty) {
   EXPECT_EQ(Unicode2Local(L"abc", 0), "");
   EXPECT_EQ(Utf82Local("abc", 0), "");
   EXPECT_EQ(Local2Utf8("abc", 0), "");
-  EXPECT_EQ(Utf82Local("", -1), "");
   EXPECT_EQ(Utf82Unicode(nullptr, -1), L"");
   EXPECT_EQ(Unicode2Utf8(nullptr, 5), "");
   EXPECT_EQ(Local2Utf8(nullptr, -1), "");

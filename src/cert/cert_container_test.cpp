@@ -10,8 +10,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <thread>
@@ -22,10 +23,10 @@
 
 namespace {
 
-CertInfo ReadCert(const char* fixture) {
+std::vector<std::string> MembersOf(const char* fixture) {
   CertInfo info;
   EXPECT_TRUE(ParsePublicKeyCert(CertFixture(fixture), info)) << fixture;
-  return info;
+  return Members(info);
 }
 
 bool FileExists(const std::string& path) {
@@ -34,40 +35,28 @@ bool FileExists(const std::string& path) {
 }
 
 // A private folder for the files one test writes, removed with its contents afterwards.
-class ExportFolder {
- public:
+struct ExportFolder {
+  std::string path;
   ExportFolder() {
     char pattern[] = "/tmp/zel_cert_test_XXXXXX";
-    path_ = mkdtemp(pattern) ? pattern : "";
+    path = mkdtemp(pattern) ? pattern : "";
   }
-  ~ExportFolder() {
-    for (const std::string& file : created_) std::remove(file.c_str());
-    rmdir(path_.c_str());
-  }
-  std::string File(const std::string& name) {
-    created_.push_back(path_ + "/" + name);
-    return created_.back();
-  }
-  bool ok() const { return !path_.empty(); }
-
- private:
-  std::string path_;
-  std::vector<std::string> created_;
+  ~ExportFolder() { std::filesystem::remove_all(path); }
+  std::string File(const std::string& name) const { return path + "/" + name; }
 };
 
 }  // namespace
 
-TEST(CertPkcs7, FirstCertificateOfSignedData) {
+TEST(CertPkcs7, FirstCertificateOfTheList) {
   // leaf, root, EC in that order: the first as stored, whoever signed what.
-  const CertInfo leaf = ReadCert("leaf.der");
-  EXPECT_EQ(Members(ReadCert("chain3.p7b")), Members(leaf));
-  EXPECT_EQ(Members(ReadCert("chain3.p7b.der")), Members(leaf));
-}
+  const auto leaf = MembersOf("leaf.der");
+  EXPECT_EQ(MembersOf("chain3.p7b"), leaf);
+  EXPECT_EQ(MembersOf("chain3.p7b.der"), leaf);
 
-TEST(CertPkcs7, SignedAndEnvelopedListCountsToo) {
+  // A signed-and-enveloped list counts too. Only the algorithm of the (absent) encrypted content
+  // is needed to encode the envelope.
   std::unique_ptr<PKCS7, void (*)(PKCS7*)> p7(PKCS7_new(), PKCS7_free);
   ASSERT_EQ(PKCS7_set_type(p7.get(), NID_pkcs7_signedAndEnveloped), 1);
-  // Only the algorithm of the (absent) encrypted content is needed to encode the envelope.
   X509_ALGOR_set0(p7->d.signed_and_enveloped->enc_data->algorithm, OBJ_nid2obj(NID_aes_128_cbc), V_ASN1_UNDEF,
                   nullptr);
   for (const char* fixture : {"root.der", "leaf.der"}) {
@@ -88,10 +77,8 @@ TEST(CertPkcs7, SignedAndEnvelopedListCountsToo) {
   char* text = nullptr;
   const long textLength = BIO_get_mem_data(bio.get(), &text);
   const CMRL_ByteString pem(text, static_cast<int>(textLength));
-
   // This list is a DER SET OF, so encoding sorts it: the shorter leaf is stored first, though
   // it was added second.
-  const std::vector<std::string> leaf = Members(ReadCert("leaf.der"));
   for (const CMRL_ByteString* input : {&der, &pem}) {
     CertInfo info;
     ASSERT_TRUE(ParsePublicKeyCert(*input, info));
@@ -100,81 +87,60 @@ TEST(CertPkcs7, SignedAndEnvelopedListCountsToo) {
 }
 
 TEST(CertPkcs7, ContentWithoutCertificatesGivesFalse) {
+  std::vector<CMRL_ByteString> inputs;
   for (const char* fixture : {"enveloped.p7m", "enveloped.p7m.der", "empty_signed.p7b", "empty_signed.p7b.der"}) {
-    CertInfo info = MarkedRecord();
-    EXPECT_FALSE(ParsePublicKeyCert(CertFixture(fixture), info)) << fixture;
-    EXPECT_EQ(Members(info), Members(MarkedRecord())) << fixture;
+    inputs.push_back(CertFixture(fixture));
   }
   // Signed and signed-and-enveloped types whose optional content is missing altogether.
   for (const char last : {'\x02', '\x04'}) {
-    const char bytes[] = {0x30, 0x0B, 0x06, 0x09, 0x2A, char(0x86), 0x48, char(0x86), char(0xF7), 0x0D, 0x01, 0x07, last};
+    inputs.push_back(Bytes(std::string("\x30\x0B\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x07", 12) + last));
+  }
+  for (size_t i = 0; i < inputs.size(); ++i) {
     CertInfo info = MarkedRecord();
-    EXPECT_FALSE(ParsePublicKeyCert(CMRL_ByteString(bytes, sizeof(bytes)), info)) << int(last);
-    EXPECT_EQ(Members(info), Members(MarkedRecord()));
+    EXPECT_FALSE(ParsePublicKeyCert(inputs[i], info)) << i;
+    EXPECT_EQ(Members(info), Members(MarkedRecord())) << i;
   }
 }
 
 TEST(CertPkcs12, OpensTodaysAndLegacyContainers) {
-  CertInfo info;
-  EXPECT_EQ(ParsePrivateKeyCert(CertFixture("leaf.p12"), "zel-secret", info), 0);
-  // The certificate that belongs to the key, not the CA stored beside it.
-  EXPECT_EQ(Members(info), Members(ReadCert("leaf.der")));
-
-  CertInfo empty;
-  EXPECT_EQ(ParsePrivateKeyCert(CertFixture("leaf_nopass.p12"), "", empty), 0);
-  EXPECT_EQ(Members(empty), Members(ReadCert("leaf.der")));
-
-  // RC2-40 certificate bag, 3DES key bag, SHA-1 MAC.
-  CertInfo legacy;
-  EXPECT_EQ(ParsePrivateKeyCert(CertFixture("root_legacy.p12"), "zel-legacy", legacy), 0);
-  EXPECT_EQ(Members(legacy), Members(ReadCert("root.der")));
+  // The certificate that belongs to the key, not the CA stored beside it. The legacy one holds
+  // an RC2-40 certificate bag, a 3DES key bag and a SHA-1 MAC.
+  const char* rows[][3] = {{"leaf.p12", "zel-secret", "leaf.der"},
+                           {"leaf_nopass.p12", "", "leaf.der"},
+                           {"root_legacy.p12", "zel-legacy", "root.der"}};
+  for (const auto& row : rows) {
+    CertInfo info;
+    EXPECT_EQ(ParsePrivateKeyCert(CertFixture(row[0]), row[1], info), 0) << row[0];
+    EXPECT_EQ(Members(info), MembersOf(row[2])) << row[0];
+  }
 }
 
 TEST(CertPkcs12, RefusalsAndTheirCodes) {
-  const CertInfo marks = MarkedRecord();
-  struct Case {
-    const char* fixture;  // null: an empty container string
+  std::string damaged = ReadFileBytes(CertFixturePath("leaf.p12"));
+  damaged[damaged.size() / 2] = static_cast<char>(damaged[damaged.size() / 2] ^ 0x55);
+  const struct {
+    CMRL_ByteString container;
     const char* password;
     int code;
+  } cases[] = {
+      {CertFixture("leaf.p12"), "wrong", 1},  // opens as PKCS#12, the MAC does not match
+      {CertFixture("leaf.p12"), "", 1},
+      {CertFixture("leaf_nopass.p12"), "x", 1},
+      {CertFixture("root_legacy.p12"), "zel-secret", 1},
+      {Bytes(damaged), "zel-secret", 1},             // still a PKCS#12 structure
+      {CertFixture("keyonly.p12"), "zel-secret", -1},  // opens, but holds no certificate
+      {CertFixture("leaf.der"), "zel-secret", -1},     // no other form is tried
+      {CertFixture("leaf.pem"), "", -1},
+      {CMRL_ByteString(), "zel-secret", -1},
+      {Bytes(damaged.substr(0, 40)), "zel-secret", -1},  // cut short: no structure at all
   };
-  const Case cases[] = {
-      {"leaf.p12", "wrong", 1},             // opens as PKCS#12, the MAC does not match
-      {"leaf.p12", "", 1},
-      {"leaf_nopass.p12", "x", 1},
-      {"root_legacy.p12", "zel-secret", 1},
-      {"keyonly.p12", "zel-secret", -1},    // opens, but holds no certificate
-      {"leaf.der", "zel-secret", -1},       // no other form is tried
-      {"leaf.pem", "", -1},
-      {nullptr, "zel-secret", -1},
-  };
-  for (const Case& c : cases) {
+  for (size_t i = 0; i < std::size(cases); ++i) {
     CertInfo info = MarkedRecord();
-    const CMRL_ByteString container = c.fixture ? CertFixture(c.fixture) : CMRL_ByteString();
-    EXPECT_EQ(ParsePrivateKeyCert(container, c.password, info), c.code)
-        << (c.fixture ? c.fixture : "empty") << " / " << c.password;
-    EXPECT_EQ(Members(info), Members(marks)) << (c.fixture ? c.fixture : "empty");
+    EXPECT_EQ(ParsePrivateKeyCert(cases[i].container, cases[i].password, info), cases[i].code) << i;
+    EXPECT_EQ(Members(info), Members(MarkedRecord())) << i;
   }
 
-  // A damaged byte inside the encrypted content: still a PKCS#12 structure, so 1.
-  std::string bytes = ReadFileBytes(CertFixturePath("leaf.p12"));
-  bytes[bytes.size() / 2] = static_cast<char>(bytes[bytes.size() / 2] ^ 0x55);
-  CertInfo info;
-  EXPECT_EQ(ParsePrivateKeyCert(CMRL_ByteString(bytes.data(), static_cast<int>(bytes.size())), "zel-secret", info),
-            1);
-  // Cut short: no structure at all.
-  EXPECT_EQ(ParsePrivateKeyCert(CMRL_ByteString(bytes.data(), 40), "zel-secret", info), -1);
-}
-
-TEST(CertPkcs12, LoadHandsOverTheCertificate) {
   X509* cert = nullptr;
-  EXPECT_EQ(LoadPkcs12Certificate(CertFixture("root_legacy.p12"), "zel-legacy", &cert), 0);
-  ASSERT_NE(cert, nullptr);
-  CertInfo info;
-  EXPECT_TRUE(FillCertInfo(cert, info));
-  X509_free(cert);
-  EXPECT_EQ(Str(info.subject.commonName), "Zel Test Root CA");
-
-  cert = nullptr;
   EXPECT_EQ(LoadPkcs12Certificate(CertFixture("root_legacy.p12"), "nope", &cert), 1);
   EXPECT_EQ(cert, nullptr);
   EXPECT_EQ(LoadPkcs12Certificate(CMRL_ByteString(), "", &cert), -1);
@@ -195,7 +161,7 @@ TEST(CertPkcs12, ThreadsOpeningContainersAtOnce) {
     });
   }
   for (auto& t : threads) t.join();
-  for (int i = 0; i < 8; ++i) EXPECT_EQ(codes[i], 0) << "thread " << i;
+  EXPECT_EQ(codes, std::vector<int>(8, 0));
 }
 
 TEST(CertPkcs12DeathTest, WithoutTheLegacyModuleOnlyLegacyContainersFail) {
@@ -214,24 +180,13 @@ TEST(CertPkcs12DeathTest, WithoutTheLegacyModuleOnlyLegacyContainersFail) {
 
 TEST(CertExport, WritesPlainDerThatReadsBack) {
   ExportFolder folder;
-  ASSERT_TRUE(folder.ok());
+  ASSERT_FALSE(folder.path.empty());
+  // An existing longer file is cut to exactly the certificate, which is the first input form of
+  // ParsePublicKeyCert.
   const std::string path = folder.File("leaf.cer");
-  // An existing longer file is cut to exactly the certificate.
-  {
-    std::FILE* f = std::fopen(path.c_str(), "wb");
-    ASSERT_NE(f, nullptr);
-    const std::string filler(8000, 'x');
-    std::fwrite(filler.data(), 1, filler.size(), f);
-    std::fclose(f);
-  }
+  std::ofstream(path, std::ios::binary) << std::string(8000, 'x');
   EXPECT_EQ(ExportPublicKeyCert(CertFixture("leaf.p12"), "zel-secret", path.c_str()), 0);
-  const std::string written = ReadFileBytes(path);
-  EXPECT_EQ(written, ReadFileBytes(CertFixturePath("leaf.der")));
-
-  // The file is the first input form of ParsePublicKeyCert.
-  CertInfo info;
-  ASSERT_TRUE(ParsePublicKeyCert(CMRL_ByteString(written.data(), static_cast<int>(written.size())), info));
-  EXPECT_EQ(Members(info), Members(ReadCert("leaf.der")));
+  EXPECT_EQ(ReadFileBytes(path), ReadFileBytes(CertFixturePath("leaf.der")));
 
   // Legacy containers export too; a UTF-8 file name is honoured.
   const std::string named = folder.File("\xE8\xAF\x81\xE4\xB9\xA6.der");
@@ -241,27 +196,26 @@ TEST(CertExport, WritesPlainDerThatReadsBack) {
 
 TEST(CertExport, RefusalsWriteNothing) {
   ExportFolder folder;
-  ASSERT_TRUE(folder.ok());
+  ASSERT_FALSE(folder.path.empty());
   const CMRL_ByteString container = CertFixture("leaf.p12");
-
   // Arguments are checked before the container: an empty path wins over a wrong password.
   EXPECT_EQ(ExportPublicKeyCert(container, "wrong", ""), -1);
   EXPECT_EQ(ExportPublicKeyCert(CMRL_ByteString(), "zel-secret", folder.File("a.der").c_str()), -1);
-
-  const std::string wrong = folder.File("wrong.der");
-  EXPECT_EQ(ExportPublicKeyCert(container, "wrong", wrong.c_str()), 1);
-  EXPECT_FALSE(FileExists(wrong));
-
-  const std::string keyOnly = folder.File("keyonly.der");
-  EXPECT_EQ(ExportPublicKeyCert(CertFixture("keyonly.p12"), "zel-secret", keyOnly.c_str()), -1);
-  EXPECT_FALSE(FileExists(keyOnly));
-
-  const std::string notPkcs12 = folder.File("der.der");
-  EXPECT_EQ(ExportPublicKeyCert(CertFixture("leaf.der"), "", notPkcs12.c_str()), -1);
-  EXPECT_FALSE(FileExists(notPkcs12));
-
-  // The container opens, but the folder does not exist.
-  const std::string missing = folder.File("no-such-folder/leaf.der");
-  EXPECT_EQ(ExportPublicKeyCert(container, "zel-secret", missing.c_str()), -1);
-  EXPECT_FALSE(FileExists(missing));
+  const struct {
+    CMRL_ByteString container;
+    const char* password;
+    const char* file;
+    int code;
+  } cases[] = {
+      {container, "wrong", "wrong.der", 1},
+      {CertFixture("keyonly.p12"), "zel-secret", "keyonly.der", -1},
+      {CertFixture("leaf.der"), "", "der.der", -1},
+      {container, "zel-secret", "no-such-folder/leaf.der", -1},  // opens, but the folder is missing
+  };
+  for (const auto& c : cases) {
+    const std::string path = folder.File(c.file);
+    EXPECT_EQ(ExportPublicKeyCert(c.container, c.password, path.c_str()), c.code) << c.file;
+    EXPECT_FALSE(FileExists(path)) << c.file;
+  }
+  EXPECT_FALSE(FileExists(folder.File("a.der")));
 }

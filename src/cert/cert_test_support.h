@@ -22,53 +22,47 @@ inline std::string ReadFileBytes(const std::string& path) {
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
+inline CMRL_ByteString Bytes(const std::string& s) { return CMRL_ByteString(s.data(), static_cast<int>(s.size())); }
+
 // The committed fixture as a byte string; an empty one fails the calling test loudly.
 inline CMRL_ByteString CertFixture(const std::string& name) {
   const std::string bytes = ReadFileBytes(CertFixturePath(name));
   EXPECT_FALSE(bytes.empty()) << "missing fixture " << name;
-  return CMRL_ByteString(bytes.data(), static_cast<int>(bytes.size()));
+  return Bytes(bytes);
 }
 
 inline std::string Str(const CMRL_ByteString& text) { return std::string(text.c_str(), text.GetLength()); }
 
-// Every member of an AddressInfo, in declared order, for whole-record comparisons.
-inline std::vector<std::string> Members(const AddressInfo& a) {
-  return {Str(a.country), Str(a.stateOrProvince), Str(a.locality), Str(a.organization),
-          Str(a.organizationalUnit), Str(a.commonName)};
+inline std::vector<CMRL_ByteString*> Fields(AddressInfo& a) {
+  return {&a.country, &a.stateOrProvince, &a.locality, &a.organization, &a.organizationalUnit, &a.commonName};
 }
 
-// Every member of a CertInfo, in declared order, the twelve name attributes included.
-inline std::vector<std::string> Members(const CertInfo& c) {
-  std::vector<std::string> all = {Str(c.version), Str(c.serialNumber), Str(c.notBefore), Str(c.notAfter)};
-  for (const auto& m : Members(c.issuer)) all.push_back(m);
-  for (const auto& m : Members(c.subject)) all.push_back(m);
-  for (const CMRL_ByteString* m :
-       {&c.publicKey, &c.publicKeyParams, &c.signatureAlgorithm, &c.digestAlgorithm, &c.thumbprint,
-        &c.authorityKeyId, &c.subjectKeyId, &c.basicConstraints, &c.keyUsage, &c.extendedKeyUsage,
-        &c.crlDistributionPoints, &c.authorityInfoAccess}) {
-    all.push_back(Str(*m));
+// All 28 text members of a record in declared order, the twelve name attributes included.
+inline std::vector<CMRL_ByteString*> Fields(CertInfo& c) {
+  std::vector<CMRL_ByteString*> all = {&c.version, &c.serialNumber, &c.notBefore, &c.notAfter};
+  for (AddressInfo* a : {&c.issuer, &c.subject}) {
+    for (CMRL_ByteString* m : Fields(*a)) all.push_back(m);
+  }
+  for (CMRL_ByteString* m : {&c.publicKey, &c.publicKeyParams, &c.signatureAlgorithm, &c.digestAlgorithm,
+                             &c.thumbprint, &c.authorityKeyId, &c.subjectKeyId, &c.basicConstraints, &c.keyUsage,
+                             &c.extendedKeyUsage, &c.crlDistributionPoints, &c.authorityInfoAccess}) {
+    all.push_back(m);
   }
   return all;
+}
+
+template <class Record>
+std::vector<std::string> Members(const Record& record) {
+  std::vector<std::string> out;
+  for (const CMRL_ByteString* m : Fields(const_cast<Record&>(record))) out.push_back(Str(*m));
+  return out;
 }
 
 // A record whose every member holds a distinct marker, to see what a reading leaves alone.
 inline CertInfo MarkedRecord() {
   CertInfo info;
   int n = 0;
-  auto mark = [&n](CMRL_ByteString& m) { m = ("mark" + std::to_string(n++)).c_str(); };
-  for (CMRL_ByteString* m : {&info.version, &info.serialNumber, &info.notBefore, &info.notAfter}) mark(*m);
-  for (AddressInfo* a : {&info.issuer, &info.subject}) {
-    for (CMRL_ByteString* m : {&a->country, &a->stateOrProvince, &a->locality, &a->organization,
-                               &a->organizationalUnit, &a->commonName}) {
-      mark(*m);
-    }
-  }
-  for (CMRL_ByteString* m :
-       {&info.publicKey, &info.publicKeyParams, &info.signatureAlgorithm, &info.digestAlgorithm,
-        &info.thumbprint, &info.authorityKeyId, &info.subjectKeyId, &info.basicConstraints, &info.keyUsage,
-        &info.extendedKeyUsage, &info.crlDistributionPoints, &info.authorityInfoAccess}) {
-    mark(*m);
-  }
+  for (CMRL_ByteString* m : Fields(info)) *m = ("mark" + std::to_string(n++)).c_str();
   return info;
 }
 

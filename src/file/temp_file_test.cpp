@@ -37,27 +37,15 @@ auto WithinOneSecond(Make make) {
   }
 }
 
-// Sets TMPDIR for one scope and puts the old value back.
-class ScopedTmpDir {
- public:
+// Sets TMPDIR (null: unsets it) for one scope and puts the old value back.
+struct ScopedTmpDir {
+  std::optional<std::string> old;
+  static void Set(const char* value) { value ? setenv("TMPDIR", value, 1) : unsetenv("TMPDIR"); }
   explicit ScopedTmpDir(const char* value) {
-    if (const char* old = std::getenv("TMPDIR")) old_ = old;
-    if (value != nullptr) {
-      setenv("TMPDIR", value, 1);
-    } else {
-      unsetenv("TMPDIR");
-    }
+    if (const char* current = std::getenv("TMPDIR")) old = current;
+    Set(value);
   }
-  ~ScopedTmpDir() {
-    if (old_) {
-      setenv("TMPDIR", old_->c_str(), 1);
-    } else {
-      unsetenv("TMPDIR");
-    }
-  }
-
- private:
-  std::optional<std::string> old_;
+  ~ScopedTmpDir() { Set(old ? old->c_str() : nullptr); }
 };
 
 class TempFileTest : public ::testing::Test {
@@ -69,164 +57,106 @@ class TempFileTest : public ::testing::Test {
   }
   void TearDown() override { std::filesystem::remove_all(dir_); }
 
+  // A generated path in `dir` with the given settings; a null piece is not set.
+  static std::string Generated(const std::string& dir, const char* prefix, const char* suffix, const char* ext,
+                               bool useAppId, bool useRandom) {
+    TempFile t(dir.c_str());
+    if (prefix) t.setPrefix(prefix);
+    if (suffix) t.setSuffix(suffix);
+    if (ext) t.setFileExt(ext);
+    t.setUseAppID(useAppId);
+    t.setUseRandomNumber(useRandom);
+    t.generateFilePath();
+    return t.getFilePath();
+  }
+
   std::string dir_;
+  const std::string pid_ = std::to_string(getpid());
 };
 
 TEST_F(TempFileTest, NamePiecesComeInTheirOrder) {
-  const std::string pid = std::to_string(getpid());
-  // Generates a path in dir_ with the given settings; gives the second it was made in.
   const auto make = [&](const char* prefix, const char* suffix, const char* ext, bool useAppId) {
-    return WithinOneSecond([&] {
-      TempFile t(dir_.c_str());
-      t.setPrefix(prefix);
-      t.setSuffix(suffix);
-      t.setFileExt(ext);
-      t.setUseAppID(useAppId);
-      t.generateFilePath();
-      return t.getFilePath();
-    });
+    return WithinOneSecond([&] { return Generated(dir_, prefix, suffix, ext, useAppId, true); });
   };
   auto [second, name] = make(nullptr, nullptr, nullptr, true);
-  EXPECT_EQ(name, dir_ + pid + "_" + DigitsFor(second));
+  EXPECT_EQ(name, dir_ + pid_ + "_" + DigitsFor(second));
   std::tie(second, name) = make("pre", "suf", "tmp", true);
-  EXPECT_EQ(name, dir_ + "pre_" + pid + "_" + DigitsFor(second) + "_suf.tmp");
+  EXPECT_EQ(name, dir_ + "pre_" + pid_ + "_" + DigitsFor(second) + "_suf.tmp");
   std::tie(second, name) = make("pre", "suf", "tmp", false);
   EXPECT_EQ(name, dir_ + "pre_" + DigitsFor(second) + "_suf.tmp");
 
-  TempFile bare(dir_.c_str());
-  bare.setUseRandomNumber(false);
-  bare.setFileExt(".gz");   // a dot given with the extension is doubled
-  bare.generateFilePath();
-  EXPECT_EQ(bare.getFilePath(), dir_ + pid + "_..gz");
-
-  TempFile nothing(dir_.c_str());
-  nothing.setUseAppID(false);
-  nothing.setUseRandomNumber(false);
-  nothing.generateFilePath();
-  EXPECT_EQ(nothing.getFilePath(), dir_);
+  EXPECT_EQ(Generated(dir_, nullptr, nullptr, ".gz", true, false), dir_ + pid_ + "_..gz");  // the dot is doubled
+  EXPECT_EQ(Generated(dir_, nullptr, nullptr, nullptr, false, false), dir_);
+  EXPECT_EQ(Generated(dir_, "", "s", "", false, false), dir_ + "_s");
 }
 
-TEST_F(TempFileTest, SameSecondSameSettingsSameName) {
-  const auto [second, same] = WithinOneSecond([&] {
-    TempFile a(dir_.c_str()), b(dir_.c_str());
-    a.generateFilePath();
-    b.generateFilePath();
-    return a.getFilePath() == b.getFilePath() && !a.getFilePath().empty();
-  });
-  (void)second;
-  EXPECT_TRUE(same);
-}
-
-TEST_F(TempFileTest, PathIsMadeOnceAndSettersFollowTheirRules) {
+TEST_F(TempFileTest, PathIsMadeOnceAndNullSettersKeepTheOldValue) {
   TempFile t(dir_.c_str());
   EXPECT_EQ(t.getFilePath(), "");
   t.setPrefix("one");
-  t.setPrefix(nullptr);   // keeps "one"
+  t.setPrefix(nullptr);
+  t.setSuffix("s");
+  t.setSuffix(nullptr);
+  t.setFileExt("x");
+  t.setFileExt("");  // an empty text does clear
   t.setUseAppID(false);
   t.setUseRandomNumber(false);
   t.generateFilePath();
-  EXPECT_EQ(t.getFilePath(), dir_ + "one_");
+  EXPECT_EQ(t.getFilePath(), dir_ + "one__s");
   t.setPrefix("two");
   t.setUseRandomNumber(true);
   t.generateFilePath();
-  EXPECT_EQ(t.getFilePath(), dir_ + "one_");
-
-  TempFile e(dir_.c_str());
-  e.setUseAppID(false);
-  e.setUseRandomNumber(false);
-  e.setPrefix("p");
-  e.setPrefix("");
-  e.setSuffix("s");
-  e.setSuffix(nullptr);
-  e.setFileExt("x");
-  e.setFileExt("");
-  e.generateFilePath();
-  EXPECT_EQ(e.getFilePath(), dir_ + "_s");
+  EXPECT_EQ(t.getFilePath(), dir_ + "one__s");
 }
 
 TEST_F(TempFileTest, DirectoryComesFromTheConstructorUnrepaired) {
   const std::string noSeparator = dir_.substr(0, dir_.size() - 1);
-  TempFile glued(noSeparator.c_str());
-  glued.setUseRandomNumber(false);
-  glued.generateFilePath();
-  EXPECT_EQ(glued.getDir(), noSeparator);
-  EXPECT_EQ(glued.getFilePath(), noSeparator + std::to_string(getpid()) + "_");
-
-  TempFile empty("");
-  EXPECT_EQ(empty.getDir(), "");
-  empty.setUseRandomNumber(false);
-  empty.generateFilePath();
-  EXPECT_EQ(empty.getFilePath(), std::to_string(getpid()) + "_");
-
+  EXPECT_EQ(TempFile(noSeparator.c_str()).getDir(), noSeparator);
+  EXPECT_EQ(Generated(noSeparator, nullptr, nullptr, nullptr, true, false), noSeparator + pid_ + "_");
+  EXPECT_EQ(TempFile("").getDir(), "");
+  EXPECT_EQ(Generated("", nullptr, nullptr, nullptr, true, false), pid_ + "_");
   EXPECT_EQ(TempFile(nullptr).getDir(), TempFile::getSystemTempDir());
   EXPECT_EQ(TempFile().getDir(), TempFile::getSystemTempDir());
-}
 
-TEST_F(TempFileTest, SystemTempDirFollowsTmpDirAndEndsInSeparator) {
-  {
-    ScopedTmpDir env(dir_.c_str());
-    EXPECT_EQ(TempFile::getSystemTempDir(), dir_);
-  }
-  {
-    const std::string noSeparator = dir_.substr(0, dir_.size() - 1);
-    ScopedTmpDir env(noSeparator.c_str());
-    EXPECT_EQ(TempFile::getSystemTempDir(), dir_);
-  }
-  {
-    ScopedTmpDir env(nullptr);
-    EXPECT_EQ(TempFile::getSystemTempDir(), "/tmp/");
-  }
-  {
-    ScopedTmpDir env("");
-    EXPECT_EQ(TempFile::getSystemTempDir(), "/tmp/");
+  // The system folder follows TMPDIR and ends in a separator.
+  const std::string noSlash = dir_.substr(0, dir_.size() - 1);
+  const std::pair<const char*, std::string> rows[] = {
+      {dir_.c_str(), dir_}, {noSlash.c_str(), dir_}, {nullptr, "/tmp/"}, {"", "/tmp/"}};
+  for (const auto& [value, expected] : rows) {
+    ScopedTmpDir env(value);
+    EXPECT_EQ(TempFile::getSystemTempDir(), expected) << (value ? value : "(unset)");
   }
 }
 
 TEST_F(TempFileTest, DestructorRemovesOnlyAGeneratedPath) {
-  std::string path;
+  std::string removed, kept;
   {
-    TempFile t(dir_.c_str());
+    TempFile t(dir_.c_str()), k(dir_.c_str());
     t.setPrefix("auto");
+    k.setPrefix("kept");
     t.generateFilePath();
-    path = t.getFilePath();
-    Touch(path);
-    ASSERT_TRUE(Exists(path));
-  }
-  EXPECT_FALSE(Exists(path));
-
-  {
-    TempFile t(dir_.c_str());
-    t.setPrefix("kept");
-    t.generateFilePath();
-    path = t.getFilePath();
-    Touch(path);
-    t.setAutoRemove(false);
-  }
-  EXPECT_TRUE(Exists(path));
-
-  {
-    TempFile t(dir_.c_str());   // never generated, so nothing is removed
-    t.setUseAppID(false);
-    t.setUseRandomNumber(false);
+    k.generateFilePath();
+    removed = t.getFilePath();
+    kept = k.getFilePath();
+    Touch(removed);
+    Touch(kept);
+    k.setAutoRemove(false);
+    TempFile never(dir_.c_str());  // never generated, so nothing is removed
+    never.setUseAppID(false);
+    never.setUseRandomNumber(false);
     Touch(dir_ + "bystander");
+    TempFile missing(dir_.c_str());
+    missing.setPrefix("missing");
+    missing.generateFilePath();  // never created: removal fails quietly
   }
+  EXPECT_FALSE(Exists(removed));
+  EXPECT_TRUE(Exists(kept));
   EXPECT_TRUE(Exists(dir_ + "bystander"));
-
-  {
-    TempFile t(dir_.c_str());
-    t.generateFilePath();       // never created: removal fails quietly
-  }
 
   // A name with no pieces leaves the path equal to its (empty) folder, which must survive.
   const std::string folder = dir_ + "empty/";
   ASSERT_EQ(mkdir(folder.c_str(), 0755), 0);
-  {
-    TempFile t(folder.c_str());
-    t.setUseAppID(false);
-    t.setUseRandomNumber(false);
-    t.generateFilePath();
-    ASSERT_EQ(t.getFilePath(), folder);
-  }
+  EXPECT_EQ(Generated(folder, nullptr, nullptr, nullptr, false, false), folder);
   EXPECT_TRUE(Exists(folder));
 }
 
@@ -236,7 +166,7 @@ TEST_F(TempFileTest, CopiesShareTheNameAndBothTryToRemove) {
     TempFile original(dir_.c_str());
     original.setPrefix("copy");
     original.setAutoRemove(false);
-    TempFile early(original);   // copied before a name exists: makes its own when asked
+    TempFile early(original);  // copied before a name exists: makes its own when asked
     EXPECT_EQ(early.getFilePath(), "");
 
     original.generateFilePath();
@@ -249,7 +179,7 @@ TEST_F(TempFileTest, CopiesShareTheNameAndBothTryToRemove) {
     TempFile assigned("");
     assigned = original;
     EXPECT_EQ(assigned.getFilePath(), path);
-    assigned.setAutoRemove(true);   // the copy removes it; the flags came along and are its own
+    assigned.setAutoRemove(true);  // the copy removes it; the flags came along and are its own
   }
   EXPECT_FALSE(Exists(path));
 }

@@ -39,20 +39,15 @@ void ExpectColor(const char* text, CA_ColorSpace space, unsigned int word) {
 TEST(ParseColorStringTest, HexadecimalPacksPairsByColorSpace) {
   ExpectColor("#FF0000", CA_COLORSPACE_Rgb, 0x000000FFu);  // red is the lowest byte
   ExpectColor("#123456", CA_COLORSPACE_Rgb, 0x00563412u);
-  ExpectColor("#000000", CA_COLORSPACE_Rgb, 0u);
-  ExpectColor("#abcdef", CA_COLORSPACE_Rgb, 0x00EFCDABu);
   ExpectColor("#aBcDEf", CA_COLORSPACE_Rgb, 0x00EFCDABu);
   ExpectColor("#80", CA_COLORSPACE_Gray, 0x00808080u);
   ExpectColor("#80402010", CA_COLORSPACE_Argb, 0x80402010u);  // first pair is the highest byte
 }
 
 TEST(ParseColorStringTest, HexadecimalRefusesWrongLengthOrDigits) {
-  for (const char* text : {"#", "#1", "#123", "#1234", "#12345", "#1234567", "#123456789",
-                           "#FF0000 ", "#1 2 3"}) {
-    ExpectRefused(text);
-  }
-  // A character outside the digits in any pair, high or low position.
-  for (const char* text : {"#G0", "#0G", "#12345Z", "#Z23456", "#12 456", "#-1", "#1234567x"}) {
+  // Then a character outside the digits in any pair, high or low position.
+  for (const char* text : {"#", "#1", "#123", "#1234", "#12345", "#1234567", "#123456789", "#FF0000 ", "#1 2 3",
+                           "#G0", "#0G", "#12345Z", "#Z23456", "#12 456", "#-1", "#1234567x"}) {
     ExpectRefused(text);
   }
 }
@@ -82,7 +77,6 @@ TEST(ParseColorStringTest, TokensAndSeparators) {
   ExpectColor("1, 2, 3", CA_COLORSPACE_Rgb, 0x00030201u);
   ExpectColor("+5 x 7", CA_COLORSPACE_Rgb, 0x00070005u);
   ExpectColor("1\t2\t3", CA_COLORSPACE_Gray, 0x00010101u);  // a tab is no separator
-  ExpectColor("1   2      3   ", CA_COLORSPACE_Rgb, 0x00030201u);
   ExpectColor("\t\r\n 7", CA_COLORSPACE_Gray, 0x00070707u);
   ExpectColor(" #FF0000", CA_COLORSPACE_Gray, 0u);  // "#" behind white space is a token
   ExpectColor("1 \t2 3", CA_COLORSPACE_Rgb, 0x00030201u);  // atoi skips the tab after a blank

@@ -1,5 +1,6 @@
 #include <zelutility/dib_edit.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -38,11 +39,10 @@ PointArray MakePath(std::initializer_list<PointF> points) {
 }
 
 std::vector<unsigned char> Bytes(const CCA_Dib& dib) {
-  const unsigned char* b = dib.GetBuffer();
-  return std::vector<unsigned char>(b, b + static_cast<size_t>(dib.GetPitch()) * static_cast<size_t>(dib.GetHeight()));
+  return std::vector<unsigned char>(dib.GetBuffer(), dib.GetBuffer() + dib.GetPitch() * dib.GetHeight());
 }
 
-// Pixels of a 24-bit bitmap that differ from 0.
+// Pixels of a bitmap that differ from 0.
 std::set<Pixel> Painted(const CCA_Dib& dib) {
   std::set<Pixel> out;
   for (int y = 0; y < dib.GetHeight(); ++y) {
@@ -71,20 +71,17 @@ std::set<Pixel> Block(int x0, int x1, int y0, int y1) {
 // A bitmap over a caller buffer with guard bytes on both sides, to see writes outside the pixels.
 struct GuardedDib {
   static constexpr size_t kGuard = 64;
-  static constexpr unsigned char kCanary = 0xA5;
   std::vector<unsigned char> storage;
   CCA_Dib dib;
-
-  GuardedDib(int width, int height, CA_DibFormat format, int pitch) {
-    storage.assign(kGuard * 2 + static_cast<size_t>(pitch) * static_cast<size_t>(height), kCanary);
-    std::memset(storage.data() + kGuard, 0x11, static_cast<size_t>(pitch) * static_cast<size_t>(height));
+  GuardedDib(int width, int height, CA_DibFormat format, int pitch)
+      : storage(kGuard * 2 + static_cast<size_t>(pitch) * height, 0xA5) {
+    std::fill(storage.begin() + kGuard, storage.end() - kGuard, 0x11);
     EXPECT_TRUE(dib.Create(width, height, format, storage.data() + kGuard, pitch));
   }
   bool GuardsIntact() const {
-    for (size_t i = 0; i < kGuard; ++i) {
-      if (storage[i] != kCanary || storage[storage.size() - 1 - i] != kCanary) return false;
-    }
-    return true;
+    const auto isGuard = [](unsigned char b) { return b == 0xA5; };
+    return std::all_of(storage.begin(), storage.begin() + kGuard, isGuard) &&
+           std::all_of(storage.end() - kGuard, storage.end(), isGuard);
   }
 };
 
@@ -94,47 +91,30 @@ TEST(DeleteRectDib, RefusalsLeaveTheBitmapAlone) {
   const auto before = Bytes(dib);
   const auto description = Describe("{}");
   EXPECT_FALSE(DeleteRectDib(nullptr, Rect(0, 0, 4, 4), description));
-  EXPECT_FALSE(DeleteRectDib(&dib, Rect(0, 0, 0, 10), description));
-  EXPECT_FALSE(DeleteRectDib(&dib, Rect(0, 0, 0, 10), nullptr));
-  EXPECT_FALSE(DeleteRectDib(&dib, Rect(50, 50, 50, 60), nullptr)) << "empty even outside the bitmap";
-  EXPECT_FALSE(DeleteRectDib(&dib, Rect(5, 0, 4, 10), nullptr));
-  EXPECT_FALSE(DeleteRectDib(&dib, Rect(0, 3, 4, 3), description));
-  EXPECT_EQ(Bytes(dib), before);
-
-  EXPECT_TRUE(DeleteRectDib(&dib, Rect(0, 20, 8, 30), nullptr)) << "below the bitmap";
-  EXPECT_TRUE(DeleteRectDib(&dib, Rect(-9, -9, -1, -1), description)) << "above and left";
+  // Empty rectangles, even outside the bitmap, with or without a description.
+  for (const Rect& empty : {Rect(0, 0, 0, 10), Rect(50, 50, 50, 60), Rect(5, 0, 4, 10), Rect(0, 3, 4, 3)}) {
+    EXPECT_FALSE(DeleteRectDib(&dib, empty, description));
+    EXPECT_FALSE(DeleteRectDib(&dib, empty, nullptr));
+  }
+  // Wholly outside: done, nothing to paint.
+  EXPECT_TRUE(DeleteRectDib(&dib, Rect(0, 20, 8, 30), nullptr));
+  EXPECT_TRUE(DeleteRectDib(&dib, Rect(-9, -9, -1, -1), description));
   EXPECT_EQ(Bytes(dib), before);
 }
 
-TEST(DeleteRectDib, DescriptionPaintsClippedRectangleThroughSetPixel) {
-  CCA_Dib dib;
-  ASSERT_TRUE(dib.Create(8, 6, CA_DIB_Rgb));
-  ASSERT_TRUE(DeleteRectDib(&dib, Rect(-5, -5, 3, 3), Describe("{}")));
-  EXPECT_EQ(Painted(dib), Block(0, 2, 0, 2));
-  EXPECT_EQ(dib.GetPixel(CMRL_PSVTemplate<int>(1, 1)), 0xFFFFFFu);
-
-  ASSERT_TRUE(DeleteRectDib(&dib, Rect(6, 4, 100, 100), Describe("{\"ColorValue\": 1193046}")));
-  EXPECT_EQ(dib.GetPixel(CMRL_PSVTemplate<int>(7, 5)), 0x123456u);
-  EXPECT_EQ(dib.GetPixel(CMRL_PSVTemplate<int>(5, 5)), 0u);
-
-  // A description of another kind, or a value of another type, still paints, with the default.
-  for (const char* json : {"[1193046]", "{\"ColorValue\": \"1193046\"}", "{\"ColorValue\": 1.5}"}) {
-    CCA_Dib other;
-    ASSERT_TRUE(other.Create(2, 1, CA_DIB_Rgb));
-    ASSERT_TRUE(DeleteRectDib(&other, Rect(1, 0, 2, 1), Describe(json))) << json;
-    EXPECT_EQ(other.GetPixel(CMRL_PSVTemplate<int>(1, 0)), 0xFFFFFFu) << json;
-    EXPECT_EQ(other.GetPixel(CMRL_PSVTemplate<int>(0, 0)), 0u) << json;
-  }
-
-  // The empty description means 0xFFFFFF handed to SetPixel, whatever the format makes of it.
-  for (CA_DibFormat format : kFormats) {
-    CCA_Dib other;
-    ASSERT_TRUE(other.Create(9, 3, format));
-    ASSERT_TRUE(DeleteRectDib(&other, Rect(1, 1, 9, 2), Describe("{\"Cap\": 7}")));
-    CCA_Dib expected;
-    ASSERT_TRUE(expected.Create(9, 3, format));
-    for (int x = 1; x < 9; ++x) expected.SetPixel(CMRL_PSVTemplate<int>(x, 1), 0xFFFFFF);
-    EXPECT_EQ(Bytes(other), Bytes(expected)) << "format " << format;
+// NeverWritesOutsideTheBuffer holds the description form against SetPixel over the clipped
+// rectangle on every format; here only the colour it takes.
+TEST(DeleteRectDib, DescriptionColourAndItsDefault) {
+  // A description of another kind, or a value of another type, still paints, with 0xFFFFFF.
+  const std::pair<const char*, unsigned> rows[] = {
+      {"{\"ColorValue\": 1193046}", 0x123456u}, {"{}", 0xFFFFFFu}, {"[1193046]", 0xFFFFFFu},
+      {"{\"ColorValue\": \"1193046\"}", 0xFFFFFFu}, {"{\"ColorValue\": 1.5}", 0xFFFFFFu}};
+  for (const auto& [json, color] : rows) {
+    CCA_Dib dib;
+    ASSERT_TRUE(dib.Create(2, 1, CA_DIB_Rgb));
+    ASSERT_TRUE(DeleteRectDib(&dib, Rect(1, -5, 2, 1), Describe(json))) << json;
+    EXPECT_EQ(dib.GetPixel(CMRL_PSVTemplate<int>(1, 0)), color) << json;
+    EXPECT_EQ(dib.GetPixel(CMRL_PSVTemplate<int>(0, 0)), 0u) << json;
   }
 }
 
@@ -144,8 +124,7 @@ TEST(DeleteRectDib, DirectFillChoosesTheLightestPaletteIndex) {
   const unsigned palette[] = {0x000000, 0xFFFFFF, 0xFFFFFF};
   ASSERT_TRUE(dib.SetPalette(palette, 3));
   ASSERT_TRUE(DeleteRectDib(&dib, Rect(1, 0, 3, 1), nullptr));
-  EXPECT_EQ(Bytes(dib), (std::vector<unsigned char>{0, 2, 2, 0, 0, 0, 0, 0}));
-
+  EXPECT_EQ(Bytes(dib), (std::vector<unsigned char>{0, 2, 2, 0, 0, 0, 0, 0}));  // the last of equals
   // Lightness is the plain sum of the three bytes: 0x0000FF (255) beats 0x7F7F00 (254).
   const unsigned sums[] = {0x7F7F00, 0x0000FF, 0x010000};
   ASSERT_TRUE(dib.SetPalette(sums, 3));
@@ -156,9 +135,8 @@ TEST(DeleteRectDib, DirectFillChoosesTheLightestPaletteIndex) {
   CCA_Dib argb;
   ASSERT_TRUE(argb.Create(3, 2, CA_DIB_Argb));
   ASSERT_TRUE(DeleteRectDib(&argb, Rect(1, 1, 2, 2), nullptr));
-  EXPECT_EQ(argb.GetPixel(CMRL_PSVTemplate<int>(1, 1)), 0xFFFFFFFFu);
-  EXPECT_EQ(argb.GetPixel(CMRL_PSVTemplate<int>(0, 1)), 0u);
-  EXPECT_EQ(argb.GetPixel(CMRL_PSVTemplate<int>(2, 1)), 0u);
+  EXPECT_EQ(Bytes(argb), (std::vector<unsigned char>{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,  //
+                                                     0, 0, 0, 0, 255, 255, 255, 255, 0, 0, 0, 0}));
 }
 
 TEST(DeleteRectDib, DirectFillClipsToThePitchNotTheWidth) {
@@ -178,21 +156,25 @@ TEST(DeleteRectDib, OneBitRowsClearWholeBytesOnly) {
   CCA_Dib dib;
   ASSERT_TRUE(dib.Create(32, 2, CA_DIB_1bpp));
   std::memset(dib.GetBuffer(), 0xFF, 8);
-  ASSERT_TRUE(DeleteRectDib(&dib, Rect(1, 0, 7, 2), nullptr));
-  EXPECT_EQ(Bytes(dib), std::vector<unsigned char>(8, 0xFF)) << "narrower than a byte";
-  // Bytes left / 8 up to right / 8: a byte the right edge cuts into keeps its bits.
-  ASSERT_TRUE(DeleteRectDib(&dib, Rect(8, 0, 23, 1), nullptr));
-  EXPECT_EQ(Bytes(dib), (std::vector<unsigned char>{0xFF, 0x00, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}));
-  ASSERT_TRUE(DeleteRectDib(&dib, Rect(3, 0, 24, 1), nullptr));
-  EXPECT_EQ(Bytes(dib), (std::vector<unsigned char>{0x00, 0x00, 0x00, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}));
-  // Far past the row: cleared up to the pitch, the next row untouched.
-  ASSERT_TRUE(DeleteRectDib(&dib, Rect(16, 0, 1 << 30, 1), nullptr));
-  EXPECT_EQ(Bytes(dib), (std::vector<unsigned char>{0x00, 0x00, 0x00, 0x00, 0xFF, 0xFF, 0xFF, 0xFF}));
-  // A white palette entry does not matter: 1-bit rows are cleared to 0.
+  // Bytes left / 8 up to right / 8: a byte the right edge cuts into keeps its bits; far past the
+  // row, cleared up to the pitch with the next row untouched; a white palette entry does not
+  // matter, 1-bit rows are cleared to 0.
+  const struct {
+    Rect rect;
+    std::vector<unsigned char> bytes;
+  } steps[] = {
+      {Rect(1, 0, 7, 2), {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}},  // narrower than a byte
+      {Rect(8, 0, 23, 1), {0xFF, 0x00, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}},
+      {Rect(3, 0, 24, 1), {0x00, 0x00, 0x00, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}},
+      {Rect(16, 0, 1 << 30, 1), {0x00, 0x00, 0x00, 0x00, 0xFF, 0xFF, 0xFF, 0xFF}},
+      {Rect(24, 1, 32, 2), {0x00, 0x00, 0x00, 0x00, 0xFF, 0xFF, 0xFF, 0x00}},
+  };
   const unsigned whiteFirst[] = {0xFFFFFF, 0x000000};
   ASSERT_TRUE(dib.SetPalette(whiteFirst, 2));
-  ASSERT_TRUE(DeleteRectDib(&dib, Rect(24, 1, 32, 2), nullptr));
-  EXPECT_EQ(dib.GetScanline(1)[3], 0x00);
+  for (const auto& step : steps) {
+    ASSERT_TRUE(DeleteRectDib(&dib, step.rect, nullptr));
+    EXPECT_EQ(Bytes(dib), step.bytes) << step.rect.left << "," << step.rect.right;
+  }
 }
 
 TEST(DeleteRectDib, NeverWritesOutsideTheBuffer) {
@@ -210,10 +192,12 @@ TEST(DeleteRectDib, NeverWritesOutsideTheBuffer) {
       const auto pick = [&] { return rng() % 2 ? edges[rng() % std::size(edges)] : static_cast<int>(rng() % 30) - 5; };
       const Rect rect(pick(), pick(), pick(), pick());
       const bool withDescription = rng() % 2;
+      const unsigned color = rng() % 0x1000000;
       CCA_Dib expected;
       ASSERT_TRUE(expected.Create(width, height, format, nullptr, g.dib.GetPitch()));
       std::memcpy(expected.GetBuffer(), g.dib.GetBuffer(), static_cast<size_t>(g.dib.GetPitch()) * height);
-      const bool done = DeleteRectDib(&g.dib, rect, withDescription ? Describe("{\"ColorValue\": 0}") : nullptr);
+      const bool done = DeleteRectDib(
+          &g.dib, rect, withDescription ? Describe("{\"ColorValue\": " + std::to_string(color) + "}") : nullptr);
       EXPECT_EQ(done, rect.right > rect.left && rect.bottom > rect.top);
       ASSERT_TRUE(g.GuardsIntact()) << "format " << format << " rect " << rect.left << "," << rect.top << ","
                                     << rect.right << "," << rect.bottom;
@@ -221,7 +205,7 @@ TEST(DeleteRectDib, NeverWritesOutsideTheBuffer) {
         // The description form is exactly SetPixel over the clipped rectangle.
         for (int y = std::max(rect.top, 0); y < std::min(rect.bottom, height); ++y) {
           for (int x = std::max(rect.left, 0); x < std::min(rect.right, width); ++x) {
-            expected.SetPixel(CMRL_PSVTemplate<int>(x, y), 0);
+            expected.SetPixel(CMRL_PSVTemplate<int>(x, y), color);
           }
         }
         EXPECT_EQ(std::memcmp(expected.GetBuffer(), g.dib.GetBuffer(), static_cast<size_t>(g.dib.GetPitch()) * height), 0);
@@ -238,31 +222,35 @@ TEST(DeletePathDib, Refusals) {
   EXPECT_FALSE(DeletePathDib(&dib, PointArray(), description));
   EXPECT_FALSE(DeletePathDib(&dib, MakePath({{0, 0}, {9, 9}}), nullptr));
   EXPECT_FALSE(DeletePathDib(nullptr, MakePath({{0, 0}, {9, 9}}), description));
-  EXPECT_TRUE(Painted(dib).empty());
   EXPECT_TRUE(DeletePathDib(&dib, MakePath({{50, 50}, {90, 90}}), description)) << "wholly outside";
   EXPECT_TRUE(Painted(dib).empty());
 }
 
-TEST(DeletePathDib, StraightStrokeEdgesAndCaps) {
+TEST(DeletePathDib, StraightStrokeEdgesCapsAndDefaults) {
   const PointArray path = MakePath({{2, 5}, {7, 5}});
-  // The rectangle's side at the smallest x and its side at the largest y stay out.
-  EXPECT_EQ(PaintPath(path, "{\"LineWidth\": 2, \"Cap\": 2}"), Block(3, 7, 4, 5));
   std::set<Pixel> round = Block(3, 7, 4, 5);
   round.insert({{1, 5}, {2, 4}, {2, 5}, {2, 6}, {7, 6}, {8, 5}});
-  EXPECT_EQ(PaintPath(path, "{\"LineWidth\": 2, \"Cap\": 0}"), round);
-  // Sides that rise by exactly 1 unit follow the other boundary rule.
-  EXPECT_EQ(PaintPath(path, "{\"LineWidth\": 1, \"Cap\": 2}"), Block(2, 6, 5, 5));
-  // Defaults: width 2, flat ends, white.
+  const struct {
+    const char* json;
+    std::set<Pixel> pixels;
+  } rows[] = {
+      // The rectangle's side at the smallest x and its side at the largest y stay out.
+      {"{\"LineWidth\": 2, \"Cap\": 2}", Block(3, 7, 4, 5)},
+      {"{\"LineWidth\": 2, \"Cap\": 0}", round},
+      // Sides that rise by exactly 1 unit follow the other boundary rule.
+      {"{\"LineWidth\": 1, \"Cap\": 2}", Block(2, 6, 5, 5)},
+      // Defaults: width 2, flat ends. Values of another type fall back to them: a text width is 2,
+      // a "Cap" with a fraction is no integer and so counts as 2 (flat), not as 0.
+      {"{}", Block(3, 7, 4, 5)},
+      {"{\"LineWidth\": \"8\", \"Cap\": 0.5}", Block(3, 7, 4, 5)},
+      // A negative width builds the same rectangle, corners in another order, and no discs.
+      {"{\"LineWidth\": -2, \"Cap\": 0}", Block(3, 7, 4, 5)},
+  };
+  for (const auto& row : rows) EXPECT_EQ(PaintPath(path, row.json), row.pixels) << row.json;
   CCA_Dib dib;
   ASSERT_TRUE(dib.Create(20, 20, CA_DIB_Rgb));
   ASSERT_TRUE(DeletePathDib(&dib, path, Describe("{}")));
-  EXPECT_EQ(Painted(dib), Block(3, 7, 4, 5));
-  EXPECT_EQ(dib.GetPixel(CMRL_PSVTemplate<int>(3, 4)), 0xFFFFFFu);
-  // Values of another type fall back to the defaults: a text width is 2, a "Cap" with a fraction
-  // is no integer and so counts as 2 (flat), not as 0.
-  EXPECT_EQ(PaintPath(path, "{\"LineWidth\": \"8\", \"Cap\": 0.5}"), Block(3, 7, 4, 5));
-  // A negative width builds the same rectangle, corners in another order, and no discs.
-  EXPECT_EQ(PaintPath(path, "{\"LineWidth\": -2, \"Cap\": 0}"), Block(3, 7, 4, 5));
+  EXPECT_EQ(dib.GetPixel(CMRL_PSVTemplate<int>(3, 4)), 0xFFFFFFu);  // white by default
 }
 
 TEST(DeletePathDib, JointsAlwaysRoundEndsOnlyWithCap) {
@@ -270,17 +258,15 @@ TEST(DeletePathDib, JointsAlwaysRoundEndsOnlyWithCap) {
   const auto flat = PaintPath(path, "{\"LineWidth\": 6, \"Cap\": 2}", 30, 30);
   const auto round = PaintPath(path, "{\"LineWidth\": 6, \"Cap\": 1}", 30, 30);
   EXPECT_EQ(flat.count({22, 8}), 1u) << "outer corner of the joint comes from its disc";
-  EXPECT_EQ(flat.count({8, 10}), 0u);
-  EXPECT_EQ(flat.count({20, 22}), 0u);
-  EXPECT_EQ(round.count({8, 10}), 1u);
-  EXPECT_EQ(round.count({20, 22}), 1u);
+  EXPECT_EQ(flat.count({8, 10}) + flat.count({20, 22}), 0u);
+  EXPECT_EQ(round.count({8, 10}) + round.count({20, 22}), 2u);
   EXPECT_EQ(PaintPath(path, "{\"LineWidth\": -6, \"Cap\": 1}", 30, 30).count({22, 8}), 0u) << "no discs";
 
   // A repeated point adds a segment of no length (no pixels) and a second disc at the same place.
-  const PointArray repeated = MakePath({{10, 10}, {20, 10}, {20, 10}, {20, 20}});
-  EXPECT_EQ(PaintPath(repeated, "{\"LineWidth\": 6, \"Cap\": 2}", 30, 30), flat);
-  const PointArray repeatedEnd = MakePath({{10, 10}, {10, 10}, {20, 10}});
-  EXPECT_EQ(PaintPath(repeatedEnd, "{\"LineWidth\": 6, \"Cap\": 2}", 30, 30).count({8, 10}), 1u)
+  EXPECT_EQ(PaintPath(MakePath({{10, 10}, {20, 10}, {20, 10}, {20, 20}}), "{\"LineWidth\": 6, \"Cap\": 2}", 30, 30),
+            flat);
+  EXPECT_EQ(PaintPath(MakePath({{10, 10}, {10, 10}, {20, 10}}), "{\"LineWidth\": 6, \"Cap\": 2}", 30, 30).count({8, 10}),
+            1u)
       << "the repeated first point is a joint and keeps its disc";
 
   // Width 0 with round ends: only pixels standing exactly on a path point.

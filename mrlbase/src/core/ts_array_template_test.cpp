@@ -13,13 +13,8 @@ namespace {
 
 TEST(TSArrayTemplateTest, SingleThreadedBehaviourMatchesTheBase) {
   CMRL_TSArrayTemplate<CMRL_ArrayTemplate, int> a;
-  EXPECT_TRUE(a.Add(1));
-  EXPECT_TRUE(a.Add(3));
-  EXPECT_TRUE(a.InsertAt(1, 2));
-  EXPECT_FALSE(a.InsertAt(9, 2));
-  EXPECT_TRUE(a.SetAt(0, 10));
-  EXPECT_FALSE(a.SetAt(3, 10));
-  EXPECT_EQ(3, a.GetSize());
+  EXPECT_TRUE(a.Add(1) && a.Add(3) && a.InsertAt(1, 2) && a.SetAt(0, 10));
+  EXPECT_FALSE(a.InsertAt(9, 2) || a.SetAt(3, 10));
   EXPECT_EQ(10, a.GetAt(0));
   EXPECT_EQ(0, a.GetAt(3));
   EXPECT_TRUE(a.RemoveAt(0));
@@ -34,11 +29,10 @@ TEST(TSArrayTemplateTest, SingleThreadedBehaviourMatchesTheBase) {
   CMRL_TSArrayTemplate<CMRL_ArrayTemplate, int> moved = std::move(copy);
   EXPECT_EQ(3, moved.GetSize());
   EXPECT_EQ(0, copy.GetSize());  // NOLINT(bugprone-use-after-move): moved-from is empty by contract
-  copy = std::move(moved);
-  EXPECT_EQ(3, copy.GetSize());
-  copy.RemoveAll();
-  EXPECT_EQ(0, copy.GetSize());
-  EXPECT_EQ(3, a.Snapshot().GetSize());
+  moved.RemoveAll();
+  EXPECT_EQ(0, moved.GetSize());
+  const auto snapshot = a.Snapshot();
+  EXPECT_EQ((std::vector<int>{2, 3, 4}), std::vector<int>(snapshot.begin(), snapshot.end()));
 }
 
 TEST(TSArrayTemplateTest, ConcurrentWritersReadersAndCopiers) {

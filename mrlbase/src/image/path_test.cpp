@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <utility>
+
 namespace {
 
 struct PointRecord {
@@ -24,16 +26,13 @@ TEST(PathTest, PointsKeepOrderKindAndCoordinates) {
   path.BezierTo(5, 6, 7, 8, 9, 10);
   ASSERT_EQ(path.GetPointCount(), 5);
 
-  const PointRecord first = At(path, 0);
-  EXPECT_EQ(first.point, CMRL_PSVTemplate<float>(1.5f, -2.0f));
-  EXPECT_EQ(first.type, CA_PATH_MoveTo);
-  EXPECT_EQ(At(path, 1).type, CA_PATH_LineTo);
-  EXPECT_EQ(At(path, 1).point, CMRL_PSVTemplate<float>(3, 4));
-  for (int i = 2; i < 5; ++i) {
-    const PointRecord b = At(path, i);
-    EXPECT_EQ(b.type, CA_PATH_BezierTo) << i;
-    EXPECT_EQ(b.point, CMRL_PSVTemplate<float>(5.0f + 2 * (i - 2), 6.0f + 2 * (i - 2))) << i;
-    EXPECT_FALSE(b.close) << i;
+  const std::pair<CMRL_PSVTemplate<float>, int> expected[] = {
+      {{1.5f, -2.0f}, CA_PATH_MoveTo}, {{3, 4}, CA_PATH_LineTo}, {{5, 6}, CA_PATH_BezierTo},
+      {{7, 8}, CA_PATH_BezierTo},      {{9, 10}, CA_PATH_BezierTo}};
+  for (int i = 0; i < 5; ++i) {
+    const PointRecord r = At(path, i);
+    EXPECT_EQ(std::make_pair(r.point, r.type), expected[i]) << i;
+    EXPECT_FALSE(r.close) << i;
   }
 }
 
@@ -49,11 +48,7 @@ TEST(PathTest, ClosePathFlagsOnlyTheLastPointOfTheFigure) {
   path.MoveTo(20, 20);
   path.LineTo(30, 20);
   ASSERT_EQ(path.GetPointCount(), 5);
-  EXPECT_FALSE(At(path, 0).close);
-  EXPECT_FALSE(At(path, 1).close);
-  EXPECT_TRUE(At(path, 2).close);
-  EXPECT_FALSE(At(path, 3).close);
-  EXPECT_FALSE(At(path, 4).close);
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(At(path, i).close, i == 2) << i;
 
   path.ClosePath();
   path.ClosePath();  // closing twice changes nothing more

@@ -23,10 +23,7 @@ std::string Print(const std::shared_ptr<const ZELJson>& node) {
 std::string KeysOf(const ZELJson& node) {
   const auto keys = node.GetKeys();
   std::string joined;
-  for (int i = 0; i < keys.GetSize(); ++i) {
-    joined += keys.GetAt(i).c_str();
-    joined += ';';
-  }
+  for (int i = 0; i < keys.GetSize(); ++i) joined += std::string(keys.GetAt(i).c_str()) + ';';
   return joined;
 }
 
@@ -40,9 +37,7 @@ TEST(RapidjsonWrapperTest, TypesFollowTheStoredNumberForm) {
       ZELJsonDouble, ZELJsonInt,   ZELJsonInt64,   ZELJsonUint,    ZELJsonUint64, ZELJsonUint64,
       ZELJsonDouble, ZELJsonString, ZELJsonBoolean, ZELJsonNull,   ZELJsonArray,  ZELJsonObject};
   ASSERT_EQ(root->GetSize(), static_cast<int>(std::size(expected)));
-  for (int i = 0; i < root->GetSize(); ++i) {
-    EXPECT_EQ(root->GetChild(i)->GetType(), expected[i]) << "element " << i;
-  }
+  for (int i = 0; i < root->GetSize(); ++i) EXPECT_EQ(root->GetChild(i)->GetType(), expected[i]) << i;
 
   // Written numbers take the same classes as parsed ones; a float is stored as double.
   auto array = Parse("[]");
@@ -50,85 +45,50 @@ TEST(RapidjsonWrapperTest, TypesFollowTheStoredNumberForm) {
   array->InsertUint64(-1, 7);
   array->InsertInt(-1, -7);
   array->InsertFloat(-1, 1.0f);
-  array->InsertDouble(-1, 1.0);
-  EXPECT_EQ(array->GetChild(0)->GetType(), ZELJsonUint);
-  EXPECT_EQ(array->GetChild(1)->GetType(), ZELJsonUint);
-  EXPECT_EQ(array->GetChild(2)->GetType(), ZELJsonInt);
-  EXPECT_EQ(array->GetChild(3)->GetType(), ZELJsonDouble);
-  EXPECT_EQ(array->GetChild(4)->GetType(), ZELJsonDouble);
+  const ZELJsonType written[] = {ZELJsonUint, ZELJsonUint, ZELJsonInt, ZELJsonDouble};
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(array->GetChild(i)->GetType(), written[i]) << i;
 }
 
 TEST(RapidjsonWrapperTest, OwnValueReadersAcceptByStoredForm) {
   auto root = Parse("[2.0,2,-1,3000000000,1e39,-5000000000,\"txt\",true,1.5]");
   ASSERT_TRUE(root);
-  auto twoPointZero = root->GetChild(0);
-  auto two = root->GetChild(1);
-  auto minusOne = root->GetChild(2);
-  auto big = root->GetChild(3);
-  auto huge = root->GetChild(4);
-  auto bigNegative = root->GetChild(5);
-  auto text = root->GetChild(6);
-  auto flag = root->GetChild(7);
+  auto twoPointZero = root->GetChild(0), two = root->GetChild(1), minusOne = root->GetChild(2);
+  auto big = root->GetChild(3), huge = root->GetChild(4), bigNegative = root->GetChild(5);
+  auto text = root->GetChild(6), flag = root->GetChild(7);
 
+  // Arguments are evaluated before the body runs, so `ok` holds what the reader reported.
   bool ok = true;
-  EXPECT_EQ(twoPointZero->AsInt(&ok), 0);
-  EXPECT_FALSE(ok);
-  EXPECT_DOUBLE_EQ(two->AsDouble(&ok), 2.0);
-  EXPECT_TRUE(ok);
-  EXPECT_EQ(minusOne->AsUint(&ok), 4294967295u);
-  EXPECT_TRUE(ok);
-  EXPECT_EQ(minusOne->AsUint64(&ok), std::numeric_limits<uint64_t>::max());
-  EXPECT_TRUE(ok);
-  EXPECT_EQ(bigNegative->AsUint64(&ok), static_cast<uint64_t>(-5000000000LL));
-  EXPECT_TRUE(ok);
-  EXPECT_EQ(bigNegative->AsUint(&ok), 0u);  // outside 32 bits either way
-  EXPECT_FALSE(ok);
-  EXPECT_EQ(big->AsUint(&ok), 3000000000u);
-  EXPECT_TRUE(ok);
-  EXPECT_EQ(big->AsInt(&ok), 0);
-  EXPECT_FALSE(ok);
-  EXPECT_EQ(big->AsFloat(&ok), 0.0f);
-  EXPECT_FALSE(ok);
-  EXPECT_EQ(big->AsDouble(&ok), 0.0);
-  EXPECT_FALSE(ok);
-  EXPECT_EQ(big->AsInt64(&ok), 3000000000LL);
-  EXPECT_TRUE(ok);
-  EXPECT_EQ(huge->AsFloat(&ok), 0.0f);
-  EXPECT_FALSE(ok);
-  EXPECT_DOUBLE_EQ(huge->AsDouble(&ok), 1e39);
-  EXPECT_TRUE(ok);
-  EXPECT_EQ(huge->AsInt64(&ok), 0);
-  EXPECT_FALSE(ok);
-  EXPECT_FLOAT_EQ(root->GetChild(8)->AsFloat(&ok), 1.5f);
-  EXPECT_TRUE(ok);
-
-  const char* str = two->AsString(&ok);
-  ASSERT_NE(str, nullptr);
-  EXPECT_STREQ(str, "");
-  EXPECT_FALSE(ok);
-  EXPECT_STREQ(text->AsString(nullptr), "txt");
-  EXPECT_TRUE(flag->AsBool(&ok));
-  EXPECT_TRUE(ok);
-  EXPECT_FALSE(text->AsBool(&ok));
-  EXPECT_FALSE(ok);
+  const auto expect = [&ok](auto got, auto want, bool wantOk, int line) {
+    EXPECT_EQ(got, want) << "line " << line;
+    EXPECT_EQ(ok, wantOk) << "line " << line;
+  };
+  expect(twoPointZero->AsInt(&ok), 0, false, __LINE__);
+  expect(two->AsDouble(&ok), 2.0, true, __LINE__);
+  expect(minusOne->AsUint(&ok), 4294967295u, true, __LINE__);
+  expect(minusOne->AsUint64(&ok), std::numeric_limits<uint64_t>::max(), true, __LINE__);
+  expect(bigNegative->AsUint64(&ok), static_cast<uint64_t>(-5000000000LL), true, __LINE__);
+  expect(bigNegative->AsUint(&ok), 0u, false, __LINE__);  // outside 32 bits either way
+  expect(big->AsUint(&ok), 3000000000u, true, __LINE__);
+  expect(big->AsInt(&ok), 0, false, __LINE__);
+  expect(big->AsFloat(&ok), 0.0f, false, __LINE__);
+  expect(big->AsDouble(&ok), 0.0, false, __LINE__);
+  expect(big->AsInt64(&ok), int64_t{3000000000LL}, true, __LINE__);
+  expect(huge->AsFloat(&ok), 0.0f, false, __LINE__);
+  expect(huge->AsDouble(&ok), 1e39, true, __LINE__);
+  expect(huge->AsInt64(&ok), int64_t{0}, false, __LINE__);
+  expect(root->GetChild(8)->AsFloat(&ok), 1.5f, true, __LINE__);
+  expect(std::string(two->AsString(&ok)), std::string(), false, __LINE__);  // "" rather than null
+  expect(std::string(text->AsString(&ok)), std::string("txt"), true, __LINE__);
+  expect(flag->AsBool(&ok), true, true, __LINE__);
+  expect(text->AsBool(&ok), false, false, __LINE__);
 
   // The out-parameter form leaves the target alone on refusal.
   int i = 42;
-  EXPECT_FALSE(twoPointZero->AsInt(i));
-  EXPECT_EQ(i, 42);
-  EXPECT_TRUE(two->AsInt(i));
-  EXPECT_EQ(i, 2);
-  const char* s = "keep";
-  EXPECT_FALSE(flag->AsString(s));
-  EXPECT_STREQ(s, "keep");
-  EXPECT_TRUE(text->AsString(s));
-  EXPECT_STREQ(s, "txt");
   float f = 9.0f;
-  EXPECT_FALSE(huge->AsFloat(f));
-  EXPECT_EQ(f, 9.0f);
-  unsigned int u = 1;
-  EXPECT_TRUE(minusOne->AsUint(u));
-  EXPECT_EQ(u, 4294967295u);
+  const char* s = "keep";
+  EXPECT_FALSE(twoPointZero->AsInt(i) || huge->AsFloat(f) || flag->AsString(s));
+  EXPECT_TRUE(i == 42 && f == 9.0f && std::string(s) == "keep");
+  EXPECT_TRUE(two->AsInt(i) && i == 2);
 }
 
 TEST(RapidjsonWrapperTest, ElementAndMemberReadersFallBackToDefault) {
@@ -146,13 +106,12 @@ TEST(RapidjsonWrapperTest, ElementAndMemberReadersFallBackToDefault) {
   EXPECT_FALSE(root->GetBool("b", true));
   EXPECT_TRUE(root->GetBool("n", true));
 
-  // The empty key is invisible by key but counted and listed.
-  EXPECT_FALSE(root->HasKey(""));
-  EXPECT_FALSE(root->GetChild(""));
+  // The empty key is invisible by key but counted and listed; the first duplicate wins.
+  EXPECT_FALSE(root->HasKey("") || root->GetChild(""));
   EXPECT_EQ(root->GetInt("", -6), -6);
   EXPECT_EQ(root->GetSize(), 8);
   EXPECT_EQ(KeysOf(*root), "n;d;s;b;a;;dup;dup;");
-  EXPECT_EQ(root->GetInt("dup", 0), 1);  // first member wins
+  EXPECT_EQ(root->GetInt("dup", 0), 1);
 
   // A key holding an escaped NUL is listed up to the NUL and matched by its full length only.
   auto nulKey = Parse("{\"a\\u0000b\":1}");
@@ -161,73 +120,79 @@ TEST(RapidjsonWrapperTest, ElementAndMemberReadersFallBackToDefault) {
 
   auto array = root->GetChild("a");
   EXPECT_EQ(array->GetInt(0, -1), 1);
-  EXPECT_EQ(array->GetInt(1, -1), -1);
-  EXPECT_EQ(array->GetInt(2, -1), -1);
-  EXPECT_EQ(array->GetInt(-1, -1), -1);
+  for (int index : {1, 2, -1}) EXPECT_EQ(array->GetInt(index, -1), -1) << index;
   EXPECT_EQ(array->GetInt("0", -1), -1);  // key form on an array
   EXPECT_STREQ(array->GetString(1, nullptr), "y");
-  EXPECT_EQ(Parse("[]")->GetString(0, nullptr), nullptr);
-  EXPECT_FALSE(array->GetChild(2));
-  EXPECT_FALSE(array->GetChild(-1));
-  EXPECT_FALSE(array->HasKey("a"));
+  EXPECT_FALSE(array->GetChild(2) || array->GetChild(-1) || array->HasKey("a"));
 
-  EXPECT_EQ(root->GetChild("n")->GetSize(), -1);
-  EXPECT_EQ(root->GetChild("s")->GetSize(), -1);
-  EXPECT_EQ(root->GetChild("b")->GetSize(), -1);
+  for (const char* key : {"n", "s", "b"}) EXPECT_EQ(root->GetChild(key)->GetSize(), -1) << key;
   EXPECT_EQ(Parse("[null]")->GetChild(0)->GetSize(), -1);
   EXPECT_EQ(Parse("[]")->GetSize(), 0);
   EXPECT_EQ(Parse("{}")->GetSize(), 0);
   EXPECT_EQ(root->GetChild("n")->GetKeys().GetSize(), 0);
 }
 
-TEST(RapidjsonWrapperTest, SetReplacesByIndexAndAddsOrReplacesByKey) {
-  auto array = Parse("[1,2]");
-  EXPECT_FALSE(array->SetInt(2, 7));
-  EXPECT_FALSE(array->SetInt(-1, 7));
-  EXPECT_EQ(Print(array), "[1,2]");
-  EXPECT_TRUE(array->SetString(0, nullptr));
-  EXPECT_TRUE(array->SetDouble(1, 0.5));
-  EXPECT_EQ(Print(array), "[\"\",0.5]");
-  array->SetInt("k", 1);  // key form on an array: no effect
-  EXPECT_EQ(Print(array), "[\"\",0.5]");
-
-  auto object = Parse("{\"a\":[1,2],\"b\":true}");
-  object->SetInt("a", 5);  // replaces whatever it held, in place
-  object->SetString("c", nullptr);
-  object->SetBool("b", false);
-  object->SetUint64("big", 18446744073709551615ULL);
-  object->SetInt("", 3);
-  object->SetInt(nullptr, 3);
-  EXPECT_FALSE(object->SetInt(0, 3));
-  EXPECT_EQ(Print(object), "{\"a\":5,\"b\":false,\"c\":\"\",\"big\":18446744073709551615}");
-
-  // A view of an element shows a later replacement of that element.
-  auto numbers = Parse("[10,20]");
-  auto view = numbers->GetChild(1);
-  EXPECT_TRUE(numbers->SetInt(1, 99));
-  EXPECT_EQ(view->AsInt(nullptr), 99);
-
-  // The text is copied in; the caller's buffer may change afterwards.
-  char buffer[] = "abc";
-  object->SetString("copy", buffer);
-  buffer[0] = 'z';
-  EXPECT_STREQ(object->GetString("copy", nullptr), "abc");
-  char key[] = "kk";
-  object->SetInt(key, 1);
-  key[0] = 'x';
-  EXPECT_EQ(object->GetInt("kk", 0), 1);
-}
-
-TEST(RapidjsonWrapperTest, InsertPlacesOrAppends) {
-  auto array = Parse("[1,2]");
-  EXPECT_TRUE(array->InsertInt(0, 7));
-  EXPECT_EQ(Print(array), "[7,1,2]");
-  EXPECT_TRUE(array->InsertInt(3, 8));
-  EXPECT_TRUE(array->InsertInt(99, 9));
-  EXPECT_TRUE(array->InsertInt(-1, 10));
-  EXPECT_TRUE(array->InsertString(1, nullptr));
-  EXPECT_TRUE(array->InsertBool(2, true));
-  EXPECT_EQ(Print(array), "[7,\"\",true,1,2,8,9,10]");
+// Each row edits a fresh parse of `before`; `apply` returns whether every call reported as expected.
+TEST(RapidjsonWrapperTest, EditsByIndexAndByKey) {
+  using Json = std::shared_ptr<ZELJson>;
+  const struct {
+    const char* before;
+    bool (*apply)(const Json&);
+    const char* after;
+  } rows[] = {
+      // Set replaces an element in range only; by key it adds or replaces in place; the other form is ignored.
+      {"[1,2]", [](const Json& j) { return !j->SetInt(2, 7) && !j->SetInt(-1, 7) && !j->SetJson(0, nullptr); }, "[1,2]"},
+      {"[1,2]", [](const Json& j) { j->SetInt("k", 1); return j->SetString(0, nullptr) && j->SetDouble(1, 0.5); },
+       "[\"\",0.5]"},
+      {"{\"a\":[1,2],\"b\":true}",
+       [](const Json& j) { j->SetInt("a", 5); j->SetString("c", nullptr); j->SetBool("b", false); return !j->SetInt(0, 3); },
+       "{\"a\":5,\"b\":false,\"c\":\"\"}"},
+      {"{}", [](const Json& j) { j->SetUint64("u", 18446744073709551615ULL); j->SetInt("", 3); j->SetInt(nullptr, 3);
+                                 j->SetJson("null", nullptr); return true; },
+       "{\"u\":18446744073709551615}"},
+      // Insert places in range and appends otherwise; an object refuses.
+      {"[1,2]", [](const Json& j) { return j->InsertInt(0, 7) && j->InsertInt(3, 8) && j->InsertInt(99, 9) &&
+                                           j->InsertInt(-1, 10) && j->InsertString(1, nullptr) && j->InsertBool(2, true); },
+       "[7,\"\",true,1,2,8,9,10]"},
+      {"{}", [](const Json& j) { return !j->InsertInt(0, 1) && !j->InsertJson(0, Parse("[1]")); }, "{}"},
+      {"[1]", [](const Json& j) { return !j->InsertJson(0, nullptr); }, "[1]"},
+      // Add clears what a key held (get-and-clear, not get-or-create) or inserts at a position.
+      {"{\"k\":5}", [](const Json& j) { j->AddArray("k")->InsertInt(-1, 1); j->AddObject("o")->SetInt("a", 1);
+                                        return j->AddObject("o")->GetSize() == 0 && !j->AddArray("") && !j->AddArray(0); },
+       "{\"k\":[1],\"o\":{}}"},
+      {"[1,2]", [](const Json& j) { j->AddObject(0)->SetString("x", "y"); j->AddArray(-1)->InsertInt(-1, 3);
+                                    return !j->AddObject("k") && !j->GetChild(1)->AddObject(0); },
+       "[{\"x\":\"y\"},1,2,[3]]"},
+      // Removing a member moves the last one into the gap.
+      {"[1,2,3]", [](const Json& j) { return j->Remove(0) && !j->Remove(2) && !j->Remove(-1); }, "[2,3]"},
+      {"{\"a\":1,\"b\":2,\"c\":3}", [](const Json& j) { j->Remove("a"); return true; }, "{\"c\":3,\"b\":2}"},
+      {"{\"a\":1,\"b\":2,\"c\":3}",
+       [](const Json& j) { j->Remove("a"); j->Remove("zz"); j->Remove(nullptr); j->Remove("b"); return !j->Remove(0); },
+       "{\"c\":3}"},
+      {"{\"a\":1,\"a\":2,\"b\":3}", [](const Json& j) { j->Remove("a"); return true; }, "{\"b\":3,\"a\":2}"},
+      // Copying a container into itself reads the source before it changes.
+      {"[1,[2]]", [](const Json& j) { return j->InsertJson(1, j); }, "[1,[1,[2]],[2]]"},
+      {"{\"x\":{\"y\":1}}", [](const Json& j) { j->SetJson("x", j); return true; }, "{\"x\":{\"x\":{\"y\":1}}}"},
+      // SetJson by index replaces in range only; CopyFrom refuses null and otherwise takes over the kind.
+      {"[0]", [](const Json& j) { return j->SetJson(0, Parse("{\"k\":[1]}")) && !j->SetJson(1, Parse("[]")); },
+       "[{\"k\":[1]}]"},
+      {"[1,2]", [](const Json& j) { return !j->CopyFrom(nullptr) && j->CopyFrom(Parse("{\"a\":{\"b\":[true]}}")); },
+       "{\"a\":{\"b\":[true]}}"},
+      // From inside its own tree and from itself, twice over (the second copy reads storage the first made).
+      {"{\"a\":{\"b\":[true]}}",
+       [](const Json& j) { return j->CopyFrom(j->GetChild("a")) && j->CopyFrom(j) && j->CopyFrom(j->GetChild("b")) &&
+                                  j->InsertString(0, "grows in the new storage"); },
+       "[\"grows in the new storage\",true]"},
+      // A view copies into its tree: the copy stays after the view object is gone.
+      {"{\"slot\":0,\"keep\":1}",
+       [](const Json& j) { return j->GetChild("slot")->CopyFrom(Parse("[\"a string long enough to need storage\",1.25]")); },
+       "{\"slot\":[\"a string long enough to need storage\",1.25],\"keep\":1}"},
+  };
+  for (size_t row = 0; row < std::size(rows); ++row) {
+    const Json json = Parse(rows[row].before);
+    EXPECT_TRUE(rows[row].apply(json)) << "row " << row;
+    EXPECT_EQ(Print(json), rows[row].after) << "row " << row;
+  }
 
   // Many inserts in the middle force the element block to grow and move.
   auto grown = Parse("[0]");
@@ -235,85 +200,32 @@ TEST(RapidjsonWrapperTest, InsertPlacesOrAppends) {
   ASSERT_EQ(grown->GetSize(), 101);
   for (int i = 0; i <= 100; ++i) EXPECT_EQ(grown->GetInt(i, -1), 100 - i);
 
-  auto object = Parse("{}");
-  EXPECT_FALSE(object->InsertInt(0, 1));
-  EXPECT_FALSE(object->InsertString(-1, "x"));
-  EXPECT_FALSE(object->InsertJson(0, array));
-  EXPECT_FALSE(array->InsertJson(0, nullptr));
-  EXPECT_EQ(Print(object), "{}");
+  // A view of an element shows a later replacement of that element.
+  auto numbers = Parse("[10,20]");
+  auto view = numbers->GetChild(1);
+  EXPECT_TRUE(numbers->SetInt(1, 99));
+  EXPECT_EQ(view->AsInt(nullptr), 99);
 
-  // Inserting an array into itself copies it as it was before the insertion.
-  auto self = Parse("[1,[2]]");
-  EXPECT_TRUE(self->InsertJson(1, self));
-  EXPECT_EQ(Print(self), "[1,[1,[2]],[2]]");
-}
-
-TEST(RapidjsonWrapperTest, AddContainersAndRemove) {
-  auto object = Parse("{\"k\":5}");
-  auto cleared = object->AddArray("k");
-  ASSERT_TRUE(cleared);
-  EXPECT_EQ(Print(object), "{\"k\":[]}");
-  cleared->InsertInt(-1, 1);
-  auto inner = object->AddObject("o");
-  inner->SetInt("a", 1);
-  EXPECT_EQ(Print(object), "{\"k\":[1],\"o\":{\"a\":1}}");
-  auto again = object->AddObject("o");  // get-and-clear, not get-or-create
-  EXPECT_EQ(again->GetSize(), 0);
-  EXPECT_EQ(Print(object), "{\"k\":[1],\"o\":{}}");
-  EXPECT_FALSE(object->AddArray(""));
-  EXPECT_FALSE(object->AddArray(0));
-
-  auto array = Parse("[1,2]");
-  auto first = array->AddObject(0);
-  ASSERT_TRUE(first);
-  first->SetString("x", "y");
-  auto last = array->AddArray(-1);
-  last->InsertInt(-1, 3);
-  EXPECT_EQ(Print(array), "[{\"x\":\"y\"},1,2,[3]]");
-  EXPECT_FALSE(array->AddObject("k"));
-  EXPECT_FALSE(Parse("[5]")->GetChild(0)->AddObject(0));
-
-  auto numbers = Parse("[1,2,3]");
-  EXPECT_TRUE(numbers->Remove(0));
-  EXPECT_FALSE(numbers->Remove(2));
-  EXPECT_FALSE(numbers->Remove(-1));
-  EXPECT_EQ(Print(numbers), "[2,3]");
-
-  auto members = Parse("{\"a\":1,\"b\":2,\"c\":3}");
-  members->Remove("a");  // the last member moves into the gap
-  EXPECT_EQ(Print(members), "{\"c\":3,\"b\":2}");
-  members->Remove("zz");
-  members->Remove(nullptr);
-  members->Remove("b");
-  EXPECT_EQ(Print(members), "{\"c\":3}");
-  EXPECT_FALSE(members->Remove(0));
-
-  auto dup = Parse("{\"a\":1,\"a\":2,\"b\":3}");
-  dup->Remove("a");
-  EXPECT_EQ(Print(dup), "{\"b\":3,\"a\":2}");
+  // Texts and keys are copied in; the caller's buffers may change afterwards.
+  char buffer[] = "abc", key[] = "kk";
+  numbers->AddObject(0)->SetString(key, buffer);
+  buffer[0] = key[0] = 'z';
+  EXPECT_STREQ(numbers->GetChild(0)->GetString("kk", nullptr), "abc");
 }
 
 TEST(RapidjsonWrapperTest, MemberIterationReportsWhetherMoreFollow) {
   CMRL_ByteString key("untouched");
   std::shared_ptr<ZELJson> value;
-
-  auto empty = Parse("{}");
-  EXPECT_FALSE(empty->GetFirstMember(key, value));
+  EXPECT_FALSE(Parse("{}")->GetFirstMember(key, value));
   EXPECT_EQ(key, "untouched");
   EXPECT_FALSE(value);
-
-  auto one = Parse("{\"a\":1}");
-  EXPECT_FALSE(one->GetFirstMember(key, value));
-  EXPECT_EQ(key, "a");
-  ASSERT_TRUE(value);
-  EXPECT_EQ(value->AsInt(nullptr), 1);
 
   auto two = Parse("{\"a\":1,\"b\":{\"c\":2}}");
   EXPECT_TRUE(two->GetFirstMember(key, value));
   EXPECT_EQ(key, "a");
-  EXPECT_FALSE(two->GetNextMember(key, value));
+  EXPECT_EQ(value->AsInt(nullptr), 1);
+  EXPECT_FALSE(two->GetNextMember(key, value));  // delivered, and nothing follows
   EXPECT_EQ(key, "b");
-  EXPECT_EQ(value->GetInt("c", 0), 2);
   value->SetInt("c", 5);  // the delivered node is a view into the tree
   EXPECT_EQ(Print(two), "{\"a\":1,\"b\":{\"c\":5}}");
   key = "stay";
@@ -323,9 +235,9 @@ TEST(RapidjsonWrapperTest, MemberIterationReportsWhetherMoreFollow) {
   EXPECT_FALSE(value);
 
   // Each view object has its own position.
-  auto viewA = Parse("[{\"x\":1,\"y\":2}]");
-  auto p = viewA->GetChild(0);
-  auto q = viewA->GetChild(0);
+  auto views = Parse("[{\"x\":1,\"y\":2}]");
+  auto p = views->GetChild(0);
+  auto q = views->GetChild(0);
   EXPECT_TRUE(p->GetFirstMember(key, value));
   EXPECT_FALSE(q->GetNextMember(key, value));  // q never started
   EXPECT_FALSE(p->GetNextMember(key, value));
@@ -341,12 +253,10 @@ TEST(RapidjsonWrapperTest, MemberIterationReportsWhetherMoreFollow) {
   EXPECT_FALSE(shrinking->GetNextMember(key, value));
   EXPECT_FALSE(value);
 
-  auto array = Parse("[1]");
-  EXPECT_FALSE(array->GetFirstMember(key, value));
-  EXPECT_FALSE(array->GetNextMember(key, value));
+  EXPECT_FALSE(Parse("[1]")->GetFirstMember(key, value));
 }
 
-TEST(RapidjsonWrapperTest, DeepCopiesAreIndependent) {
+TEST(RapidjsonWrapperTest, CopiesAreDeepAndIndependent) {
   auto source = Parse("{\"a\":[1,{\"b\":\"text\"}],\"n\":1.5}");
   auto clone = source->Clone();
   clone->GetChild("a")->GetChild(1)->SetString("b", "changed");
@@ -357,51 +267,19 @@ TEST(RapidjsonWrapperTest, DeepCopiesAreIndependent) {
   // A clone owns its storage: it outlives the tree it came from.
   auto scalarClone = source->GetChild("a")->GetChild(1)->GetChild("b")->Clone();
   source.reset();
-  EXPECT_EQ(scalarClone->GetType(), ZELJsonString);
   EXPECT_STREQ(scalarClone->AsString(nullptr), "text");
-  EXPECT_EQ(scalarClone->GetSize(), -1);
 
-  auto holder = Parse("{}");
+  // Later changes to a copied node leave the copies as they were.
   auto node = Parse("[1,2]");
+  auto holder = Parse("{}");
+  auto target = Parse("{\"x\":1}");
   holder->SetJson("k", node);
+  EXPECT_TRUE(target->CopyFrom(node));
   node->SetInt(0, 100);
   node->InsertInt(-1, 3);
   EXPECT_EQ(Print(holder), "{\"k\":[1,2]}");
-  EXPECT_FALSE(holder->SetJson(0, node));
-  holder->SetJson("null", nullptr);
-  EXPECT_EQ(holder->GetSize(), 1);
-  auto array = Parse("[0]");
-  EXPECT_TRUE(array->SetJson(0, holder));
-  EXPECT_FALSE(array->SetJson(1, holder));
-  EXPECT_FALSE(array->SetJson(0, nullptr));
-  EXPECT_EQ(Print(array), "[{\"k\":[1,2]}]");
-
-  // Copying a container into one of its own members reads the source before it changes.
-  auto nested = Parse("{\"x\":{\"y\":1}}");
-  nested->SetJson("x", nested);
-  EXPECT_EQ(Print(nested), "{\"x\":{\"x\":{\"y\":1}}}");
-}
-
-TEST(RapidjsonWrapperTest, CopyFromReplacesKindAndSurvivesTheView) {
-  auto root = Parse("[1,2]");
-  auto object = Parse("{\"a\":{\"b\":[true]}}");
-  EXPECT_FALSE(root->CopyFrom(nullptr));
-  EXPECT_EQ(root->GetType(), ZELJsonArray);
-  EXPECT_TRUE(root->CopyFrom(object));
-  EXPECT_EQ(root->GetType(), ZELJsonObject);
-  object->GetChild("a")->SetInt("b", 0);
-  EXPECT_EQ(Print(root), "{\"a\":{\"b\":[true]}}");
-
-  // From a node inside its own tree, and from itself, twice over (the second copy reads from
-  // storage the first one made).
-  EXPECT_TRUE(root->CopyFrom(root->GetChild("a")));
-  EXPECT_EQ(Print(root), "{\"b\":[true]}");
-  EXPECT_TRUE(root->CopyFrom(root));
-  EXPECT_EQ(Print(root), "{\"b\":[true]}");
-  EXPECT_TRUE(root->CopyFrom(root->GetChild("b")));
-  EXPECT_EQ(Print(root), "[true]");
-  root->InsertString(0, "grows in the new storage");
-  EXPECT_EQ(Print(root), "[\"grows in the new storage\",true]");
+  EXPECT_EQ(Print(target), "[1,2]");
+  EXPECT_EQ(target->GetType(), ZELJsonArray);
 
   // The parsed storage stays with the root: a view taken before its first CopyFrom still reads
   // the value it was taken from.
@@ -410,18 +288,6 @@ TEST(RapidjsonWrapperTest, CopyFromReplacesKindAndSurvivesTheView) {
   EXPECT_TRUE(parsed->CopyFrom(parsed->GetChild("a")));
   EXPECT_EQ(Print(parsed), "{\"b\":\"old\"}");
   EXPECT_EQ(Print(detached), "{\"b\":\"old\"}");
-
-  // A view copies into its tree: the copy stays after the view object is gone.
-  auto tree = Parse("{\"slot\":0,\"keep\":1}");
-  {
-    auto slot = tree->GetChild("slot");
-    auto source = Parse("{\"deep\":[\"a string long enough to need storage\",{\"x\":1.25}]}");
-    EXPECT_TRUE(slot->CopyFrom(source));
-    EXPECT_EQ(slot->GetType(), ZELJsonObject);
-  }
-  EXPECT_EQ(Print(tree),
-            "{\"slot\":{\"deep\":[\"a string long enough to need storage\",{\"x\":1.25}]},"
-            "\"keep\":1}");
 
   // After CopyFrom the member position starts over with GetFirstMember.
   CMRL_ByteString key;
@@ -432,12 +298,6 @@ TEST(RapidjsonWrapperTest, CopyFromReplacesKindAndSurvivesTheView) {
   EXPECT_FALSE(iterated->GetNextMember(key, value));
   EXPECT_FALSE(iterated->GetFirstMember(key, value));
   EXPECT_EQ(key, "r");
-
-  // Clone then CopyFrom on the clone keeps the source untouched.
-  auto clone = tree->Clone();
-  EXPECT_TRUE(clone->CopyFrom(Parse("[9]")));
-  EXPECT_EQ(Print(clone), "[9]");
-  EXPECT_EQ(tree->GetSize(), 2);
 }
 
 // Trees built by hand may be far deeper than any parsed text; copying and printing them must not
@@ -446,18 +306,12 @@ TEST(RapidjsonWrapperTest, HandBuiltDeepTreesCopyAndPrint) {
   constexpr int kDepth = 200000;  // arrays on even levels, objects on odd ones
   auto root = Parse("[]");
   std::shared_ptr<ZELJson> innermost = root;
-  std::string expected = "[";
-  std::string closing = "]";
+  std::string expected = "[", closing = "]";
   for (int level = 1; level < kDepth; ++level) {
-    if (level % 2 == 1) {
-      innermost = innermost->AddObject(-1);
-      expected += '{';
-      closing += '}';
-    } else {
-      innermost = innermost->AddArray("k");
-      expected += "\"k\":[";
-      closing += ']';
-    }
+    const bool object = level % 2 == 1;
+    innermost = object ? innermost->AddObject(-1) : innermost->AddArray("k");
+    expected += object ? "{" : "\"k\":[";
+    closing += object ? '}' : ']';
   }
   innermost->SetString("s", "leaf");
   innermost->SetDouble("d", 0.5);
@@ -467,8 +321,6 @@ TEST(RapidjsonWrapperTest, HandBuiltDeepTreesCopyAndPrint) {
   ASSERT_TRUE(Print(root) == expected);
 
   auto clone = root->Clone();
-  EXPECT_TRUE(Print(clone) == expected);
-
   auto holder = Parse("{\"x\":[0]}");
   holder->SetJson("deep", root);
   EXPECT_TRUE(holder->GetChild("x")->SetJson(0, clone));
@@ -481,8 +333,6 @@ TEST(RapidjsonWrapperTest, HandBuiltDeepTreesCopyAndPrint) {
   EXPECT_TRUE(target->CopyFrom(clone));
   clone.reset();
   EXPECT_TRUE(Print(target) == expected);
-  EXPECT_TRUE(holder->GetChild("x")->GetChild(0)->CopyFrom(target));
-  EXPECT_TRUE(Print(holder->GetChild("x")->GetChild(0)) == expected);
 
   // A NaN deep inside still ends the text right where it stands.
   auto poisoned = Parse("[]");

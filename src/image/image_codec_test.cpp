@@ -19,8 +19,7 @@ class FakeDecoder : public ICA_ImageDecoder {
  public:
   FakeDecoder(Log& log, int accept, CCA_Dib* result) : log_(log), accept_(accept), result_(result) {}
   ~FakeDecoder() override { log_.push_back("~decoder"); }
-  int SetStream(IMRL_StreamRead* stream, int flags) override {
-    stream_ = stream;
+  int SetStream(IMRL_StreamRead*, int flags) override {
     log_.push_back("SetStream flags=" + std::to_string(flags));
     return accept_;
   }
@@ -28,7 +27,6 @@ class FakeDecoder : public ICA_ImageDecoder {
     log_.push_back("Decode " + std::to_string(frame) + "," + std::to_string(format) + "," + std::to_string(flags));
     return result_;
   }
-  IMRL_StreamRead* stream_ = nullptr;
 
  private:
   Log& log_;
@@ -40,9 +38,7 @@ class FakeEncoder : public ICA_ImageEncoder {
  public:
   FakeEncoder(Log& log, int result) : log_(log), result_(result) {}
   ~FakeEncoder() override { log_.push_back("~encoder"); }
-  int Encode(const CCA_Dib* dib, IMRL_StreamWrite* stream) override {
-    dib_ = dib;
-    stream_ = stream;
+  int Encode(const CCA_Dib*, IMRL_StreamWrite*) override {
     log_.push_back("Encode");
     return result_;
   }
@@ -50,8 +46,6 @@ class FakeEncoder : public ICA_ImageEncoder {
   void SetResolution(const int* x, const int* y) override {
     log_.push_back("SetResolution " + std::to_string(*x) + "," + std::to_string(*y));
   }
-  const CCA_Dib* dib_ = nullptr;
-  IMRL_StreamWrite* stream_ = nullptr;
 
  private:
   Log& log_;
@@ -62,22 +56,16 @@ class FakeFactory : public CCA_CodecFactory {
  public:
   ICA_ImageDecoder* CreateImageDecoder(CA_ImageFormat format) override {
     log.push_back("CreateImageDecoder " + std::to_string(format));
-    if (!giveDecoder) return nullptr;
-    decoder = new FakeDecoder(log, decoderAccepts, decodeResult);
-    return decoder;
+    return giveDecoder ? new FakeDecoder(log, decoderAccepts, decodeResult) : nullptr;
   }
   ICA_ImageEncoder* CreateImageEncoder(CA_ImageFormat format) override {
     log.push_back("CreateImageEncoder " + std::to_string(format));
-    if (!giveEncoder) return nullptr;
-    encoder = new FakeEncoder(log, encodeResult);
-    return encoder;
+    return giveEncoder ? new FakeEncoder(log, encodeResult) : nullptr;
   }
   Log log;
   bool giveDecoder = true, giveEncoder = true;
   int decoderAccepts = 1, encodeResult = 1;
   CCA_Dib* decodeResult = nullptr;
-  FakeDecoder* decoder = nullptr;
-  FakeEncoder* encoder = nullptr;
 };
 
 // Puts the fake factory behind the process-wide context for the length of a test.
@@ -93,34 +81,32 @@ class ImageCodecSequence : public testing::Test {
 
 const unsigned char kPngHead[] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n', 0, 0};
 
-TEST_F(ImageCodecSequence, DecodeAsksByFormatBindsDecodesAndReleases) {
-  CMRL_MemoryStream stream(kPngHead, sizeof kPngHead);
+TEST_F(ImageCodecSequence, DecodeAsksByFormatBindsDecodesReleasesAndStopsAtARefusal) {
+  const Log full = {"CreateImageDecoder 6", "SetStream flags=1", "Decode 0,0,0", "~decoder"};
+  CMRL_MemoryStream png(kPngHead, sizeof kPngHead);
   CCA_Dib* made = new CCA_Dib;
   factory_.decodeResult = made;
-  std::unique_ptr<CCA_Dib> dib(ImageDecode(&stream));
+  std::unique_ptr<CCA_Dib> dib(ImageDecode(&png));
   EXPECT_EQ(dib.get(), made);
-  EXPECT_EQ(factory_.log, (Log{"CreateImageDecoder 6", "SetStream flags=1", "Decode 0,0,0", "~decoder"}));
-}
-
-TEST_F(ImageCodecSequence, DecodeStopsWhereTheCoderRefuses) {
-  // An unknown stream is still handed to the factory, as format 0.
-  CMRL_MemoryStream unknown("hello", 5);
-  factory_.giveDecoder = false;
-  EXPECT_EQ(ImageDecode(&unknown), nullptr);
-  EXPECT_EQ(factory_.log, (Log{"CreateImageDecoder 0"}));
-
-  factory_.log.clear();
-  factory_.giveDecoder = true;
-  factory_.decoderAccepts = 0;
-  CMRL_MemoryStream png(kPngHead, sizeof kPngHead);
-  EXPECT_EQ(ImageDecode(&png), nullptr);
-  EXPECT_EQ(factory_.log, (Log{"CreateImageDecoder 6", "SetStream flags=1", "~decoder"}));
+  EXPECT_EQ(factory_.log, full);
 
   factory_.log.clear();
   factory_.decoderAccepts = 7;   // any non-zero answer means readable
   factory_.decodeResult = nullptr;
   EXPECT_EQ(ImageDecode(&png), nullptr);
-  EXPECT_EQ(factory_.log, (Log{"CreateImageDecoder 6", "SetStream flags=1", "Decode 0,0,0", "~decoder"}));
+  EXPECT_EQ(factory_.log, full);
+
+  factory_.log.clear();
+  factory_.decoderAccepts = 0;
+  EXPECT_EQ(ImageDecode(&png), nullptr);
+  EXPECT_EQ(factory_.log, (Log{"CreateImageDecoder 6", "SetStream flags=1", "~decoder"}));
+
+  // An unknown stream is still handed to the factory, as format 0.
+  factory_.log.clear();
+  factory_.giveDecoder = false;
+  CMRL_MemoryStream unknown("hello", 5);
+  EXPECT_EQ(ImageDecode(&unknown), nullptr);
+  EXPECT_EQ(factory_.log, (Log{"CreateImageDecoder 0"}));
 }
 
 TEST_F(ImageCodecSequence, EncodeHandsOnSettingsInOrderAndTheCodersResult) {
@@ -144,7 +130,7 @@ TEST_F(ImageCodecSequence, EncodeHandsOnSettingsInOrderAndTheCodersResult) {
   EXPECT_EQ(out.GetSize(), 0u);
 }
 
-TEST(ImageCodec, RealCodersRoundTripThroughFilesAndMemory) {
+TEST(ImageCodec, RealCodersRoundTripThroughAFile) {
   CCA_Dib dib;
   ASSERT_TRUE(dib.Create(31, 17, CA_DIB_Argb));
   for (int y = 0; y < 17; ++y) {
@@ -163,20 +149,10 @@ TEST(ImageCodec, RealCodersRoundTripThroughFilesAndMemory) {
   std::remove(path.c_str());
   ASSERT_NE(back, nullptr);
   ASSERT_EQ(back->GetFormat(), CA_DIB_Argb);
-  for (int y = 0; y < 17; ++y) {
-    for (int x = 0; x < 31; ++x) {
-      ASSERT_EQ(back->GetPixel(CMRL_PSVTemplate<int>(x, y)), dib.GetPixel(CMRL_PSVTemplate<int>(x, y))) << x << "," << y;
-    }
+  for (int i = 0; i < 31 * 17; ++i) {
+    ASSERT_EQ(back->GetPixel(CMRL_PSVTemplate<int>(i % 31, i / 31)), dib.GetPixel(CMRL_PSVTemplate<int>(i % 31, i / 31))) << i;
   }
-  // Every writable format through memory; JB2 has no encoder.
-  for (CA_ImageFormat f : {CA_IMAGE_Bmp, CA_IMAGE_Gif, CA_IMAGE_Jpeg, CA_IMAGE_Jpeg2000, CA_IMAGE_Png, CA_IMAGE_Tif}) {
-    CMRL_MemoryStream mem;
-    ASSERT_EQ(ImageEncode(&dib, f, &mem, 90, 96, 96), 1) << f;
-    std::unique_ptr<CCA_Dib> again(ImageDecode(&mem));
-    ASSERT_NE(again, nullptr) << f;
-    EXPECT_EQ(again->GetWidth(), 31);
-    EXPECT_EQ(again->GetHeight(), 17);
-  }
+  // JB2 has no encoder; an empty or missing stream decodes to nothing.
   CMRL_MemoryStream none;
   EXPECT_EQ(ImageEncode(&dib, CA_IMAGE_Jb2, &none, 90, 96, 96), 0);
   EXPECT_EQ(none.GetSize(), 0u);
@@ -186,8 +162,6 @@ TEST(ImageCodec, RealCodersRoundTripThroughFilesAndMemory) {
 
 TEST(ImageProcess, FixedResultsLeaveEverythingAlone) {
   LXImageProcess process("first", "second");
-  ASSERT_NE(process.ErrorMessage(), nullptr);
-  EXPECT_STREQ(process.ErrorMessage(), "");
   CCA_Dib source, target;
   ASSERT_TRUE(source.Create(4, 4, CA_DIB_Rgb));
   ASSERT_TRUE(target.Create(4, 4, CA_DIB_Rgb));
@@ -198,8 +172,7 @@ TEST(ImageProcess, FixedResultsLeaveEverythingAlone) {
   EXPECT_EQ(process.DetectionBlankPage(&source), -1);
   EXPECT_EQ(process.DetectionBlankPage(nullptr), -1);
   EXPECT_EQ(target.GetPixel(CMRL_PSVTemplate<int>(1, 2)), 0x123456u);
-  EXPECT_EQ(target.GetWidth(), 4);
-  EXPECT_STREQ(process.ErrorMessage(), "");
+  EXPECT_STREQ(process.ErrorMessage(), "");   // nothing failed, so nothing to report
   EXPECT_EQ(AlphaBlending(&source, 0x80u), nullptr);
   EXPECT_EQ(AlphaBlending(nullptr, 0), nullptr);
   EXPECT_EQ(ImageBinary(&source), nullptr);
@@ -214,7 +187,6 @@ TEST(ImageProcess, AssignmentCopiesTheRecord) {
     LXImageProcess source("c", "d");
     *target = source;
     *target = *target;   // self-assignment keeps the record
-    EXPECT_STREQ(source.ErrorMessage(), "");
     EXPECT_NE(source.ErrorMessage(), target->ErrorMessage());
   }
   EXPECT_STREQ(target->ErrorMessage(), "");

@@ -9,7 +9,7 @@
 #include <mrlbase/stream.h>
 
 #include <cstdint>
-#include <dirent.h>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -20,28 +20,28 @@ namespace codec_test {
 
 using Bytes = std::vector<uint8_t>;
 
+constexpr CA_DibFormat kLayouts[] = {CA_DIB_1bpp, CA_DIB_8bpp, CA_DIB_8bppMask, CA_DIB_Rgb, CA_DIB_Rgb32, CA_DIB_Argb};
+
 inline std::string TestDataDir() { return std::string(ZEL_TESTDATA_DIR); }
 
 inline bool ReadFileBytes(const std::string& path, Bytes& out) {
   std::ifstream in(path, std::ios::binary);
-  if (!in) return false;
   out.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  return true;
+  return static_cast<bool>(in);
 }
 
+// Names (not paths) of the files in `dir` ending in `suffix`; empty when the folder is absent.
 inline std::vector<std::string> ListFiles(const std::string& dir, const std::string& suffix) {
   std::vector<std::string> names;
-  if (DIR* d = opendir(dir.c_str())) {
-    while (dirent* e = readdir(d)) {
-      const std::string name = e->d_name;
-      if (name.size() > suffix.size() && name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0) {
-        names.push_back(name);
-      }
-    }
-    closedir(d);
+  std::error_code ec;
+  for (const auto& e : std::filesystem::directory_iterator(dir, ec)) {
+    const std::string name = e.path().filename().string();
+    if (name.size() > suffix.size() && name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0) names.push_back(name);
   }
   return names;
 }
+
+inline Bytes Head(const Bytes& bytes, size_t n) { return Bytes(bytes.begin(), bytes.begin() + n); }
 
 // Decodes through the factory the way a caller does; null when any step refuses.
 inline std::unique_ptr<CCA_Dib> Decode(const Bytes& bytes, int frame = 0, int format = 0) {
@@ -75,30 +75,32 @@ inline uint32_t Argb(const CCA_Dib& dib, int x, int y) {
   }
 }
 
+// Pixel (x, y) of tightly packed 8-bit R,G,B,A samples as 0xAARRGGBB.
+inline uint32_t RgbaAt(const Bytes& rgba, int width, int x, int y) {
+  const uint8_t* p = &rgba[(static_cast<size_t>(y) * width + x) * 4];
+  return (uint32_t{p[3]} << 24) | (p[0] << 16) | (p[1] << 8) | p[2];
+}
+
 // A bitmap of the layout filled with a pattern that uses every channel (and, for palettes, a
 // palette that is not the gray ramp unless `grayPalette`).
 inline std::unique_ptr<CCA_Dib> Pattern(int w, int h, CA_DibFormat format, bool grayPalette = false) {
   std::unique_ptr<CCA_Dib> dib(new CCA_Dib);
   if (!dib->Create(w, h, format)) return nullptr;
-  if (format == CA_DIB_8bpp && !grayPalette) {
-    unsigned palette[256];
-    for (unsigned i = 0; i < 256; ++i) palette[i] = (i * 0x9E3779B9u) >> 8;
-    dib->SetPalette(palette, 256);
-  } else if (format == CA_DIB_1bpp && !grayPalette) {
-    const unsigned palette[2] = {0x203040u, 0xF0E0D0u};
-    dib->SetPalette(palette, 2);
-  }
+  unsigned palette[256] = {0x203040u, 0xF0E0D0u};
+  for (unsigned i = 2; i < 256; ++i) palette[i] = (i * 0x9E3779B9u) >> 8;
+  if (!grayPalette && (format == CA_DIB_1bpp || format == CA_DIB_8bpp)) dib->SetPalette(palette, format == CA_DIB_1bpp ? 2 : 256);
   for (int y = 0; y < h; ++y) {
     for (int x = 0; x < w; ++x) {
       const unsigned seed = static_cast<unsigned>(x * 7 + y * 13 + x * y);
+      const unsigned rgb = ((x * 255 / w) << 16) | ((y * 255 / h) << 8) | (seed & 0xFF);
       unsigned v;
       switch (format) {
         case CA_DIB_1bpp: v = (x + y) % 3 == 0; break;
         case CA_DIB_8bpp:
         case CA_DIB_8bppMask: v = seed & 0xFF; break;
-        case CA_DIB_Argb: v = ((seed * 37u) & 0xFF) << 24 | ((x * 255 / w) << 16) | ((y * 255 / h) << 8) | (seed & 0xFF); break;
-        case CA_DIB_Rgb32: v = 0xFF000000u | ((x * 255 / w) << 16) | ((y * 255 / h) << 8) | (seed & 0xFF); break;
-        default: v = ((x * 255 / w) << 16) | ((y * 255 / h) << 8) | (seed & 0xFF);
+        case CA_DIB_Argb: v = ((seed * 37u) & 0xFF) << 24 | rgb; break;
+        case CA_DIB_Rgb32: v = 0xFF000000u | rgb; break;
+        default: v = rgb;
       }
       dib->SetPixel(CMRL_PSVTemplate<int>(x, y), v);
     }
@@ -106,7 +108,7 @@ inline std::unique_ptr<CCA_Dib> Pattern(int w, int h, CA_DibFormat format, bool 
   return dib;
 }
 
-// Number of pixels whose ARGB differs.
+// Number of pixels whose ARGB differs; -1 when the sizes differ.
 inline int CountDifferences(const CCA_Dib& a, const CCA_Dib& b) {
   if (a.GetWidth() != b.GetWidth() || a.GetHeight() != b.GetHeight()) return -1;
   int diff = 0;

@@ -58,9 +58,7 @@ TEST(Jp2Codec, BareCodeStreamWithTwelveBitSamples) {
     for (int x = 0; x < 31; ++x) bad += dib->GetPixel(CMRL_PSVTemplate<int>(x, y)) != static_cast<unsigned>(sample(x, y) >> 4);
   }
   EXPECT_EQ(bad, 0);
-  for (size_t cut : {size_t{4}, size_t{30}, file.size() / 2, file.size() - 1}) {
-    EXPECT_EQ(Decode(Bytes(file.begin(), file.begin() + cut)), nullptr) << cut;
-  }
+  for (size_t cut : {size_t{4}, size_t{30}, file.size() / 2, file.size() - 1}) EXPECT_EQ(Decode(Head(file, cut)), nullptr) << cut;
 }
 
 TEST(Jp2Codec, QualityBelowHundredIsLossyAndSmaller) {
@@ -72,7 +70,6 @@ TEST(Jp2Codec, QualityBelowHundredIsLossyAndSmaller) {
   const int q = 30;
   const Bytes lossless = Encode(dib, CA_IMAGE_Jpeg2000);
   const Bytes lossy = Encode(dib, CA_IMAGE_Jpeg2000, &q);
-  ASSERT_FALSE(lossless.empty());
   ASSERT_FALSE(lossy.empty());
   EXPECT_LT(lossy.size() * 3, lossless.size());
   auto back = Decode(lossy);

@@ -88,14 +88,13 @@ TEST(JpegCodec, CmykFilesBecomeRgbWithAndWithoutAdobeInversion) {
 }
 
 TEST(JpegCodec, ProgressiveAndGrayMatchTheLibraryExactly) {
-  auto pixel = [](int x, int y, uint8_t* out) {
-    out[0] = static_cast<uint8_t>(x * 3);
-    out[1] = static_cast<uint8_t>(y * 5);
-    out[2] = static_cast<uint8_t>(x * y);
-  };
   for (bool progressive : {false, true}) {
     SCOPED_TRACE(progressive);
-    const Bytes file = WriteJpeg(67, 45, JCS_RGB, 3, progressive, false, pixel);
+    const Bytes file = WriteJpeg(67, 45, JCS_RGB, 3, progressive, false, [](int x, int y, uint8_t* out) {
+      out[0] = static_cast<uint8_t>(x * 3);
+      out[1] = static_cast<uint8_t>(y * 5);
+      out[2] = static_cast<uint8_t>(x * y);
+    });
     const Bytes ref = ReadJpeg(file, JCS_RGB);
     auto dib = Decode(file);
     ASSERT_NE(dib, nullptr);
@@ -114,43 +113,38 @@ TEST(JpegCodec, ProgressiveAndGrayMatchTheLibraryExactly) {
   auto dib = Decode(gray);
   ASSERT_NE(dib, nullptr);
   EXPECT_EQ(dib->GetFormat(), CA_DIB_8bpp);
-  int bad = 0;
-  for (int y = 0; y < 9; ++y) {
-    for (int x = 0; x < 20; ++x) bad += dib->GetPixel(CMRL_PSVTemplate<int>(x, y)) != ref[y * 20 + x];
-  }
-  EXPECT_EQ(bad, 0);
-  // A layout asked for is honoured: the gray file as 24 bpp.
-  auto asRgb = Decode(gray, 0, CA_DIB_Rgb);
+  auto asRgb = Decode(gray, 0, CA_DIB_Rgb);   // a layout asked for is honoured
   ASSERT_NE(asRgb, nullptr);
   EXPECT_EQ(asRgb->GetFormat(), CA_DIB_Rgb);
-  EXPECT_EQ(Argb(*asRgb, 5, 5), 0xFF000000u | ref[5 * 20 + 5] * 0x010101u);
+  int bad = 0;
+  for (int y = 0; y < 9; ++y) {
+    for (int x = 0; x < 20; ++x) {
+      bad += dib->GetPixel(CMRL_PSVTemplate<int>(x, y)) != ref[y * 20 + x];
+      bad += Argb(*asRgb, x, y) != (0xFF000000u | ref[y * 20 + x] * 0x010101u);
+    }
+  }
+  EXPECT_EQ(bad, 0);
 }
 
-TEST(JpegCodec, CutAndDamagedFilesAreRefused) {
+TEST(JpegCodec, DamagedFramesAreRefused) {
+  // Cuts are covered with the other formats; these are the JPEG-specific damages.
   const Bytes file = WriteJpeg(40, 40, JCS_RGB, 3, true, false, [](int x, int y, uint8_t* out) {
     out[0] = static_cast<uint8_t>(x * 6);
     out[1] = static_cast<uint8_t>(y * 6);
     out[2] = 77;
   });
   ASSERT_NE(Decode(file), nullptr);
-  for (size_t cut : {size_t{2}, size_t{3}, size_t{20}, file.size() / 4, file.size() / 2, file.size() - 2, file.size() - 1}) {
-    EXPECT_EQ(Decode(Bytes(file.begin(), file.begin() + cut)), nullptr) << "cut at " << cut;
-  }
-  // A frame header that claims 0 lines.
-  Bytes zero = file;
+  Bytes zero = file;   // a frame header that claims 0 lines
   for (size_t i = 2; i + 8 < zero.size(); ++i) {
     if (zero[i] == 0xFF && (zero[i + 1] == 0xC0 || zero[i + 1] == 0xC2)) {
-      zero[i + 5] = 0;
-      zero[i + 6] = 0;
+      zero[i + 5] = zero[i + 6] = 0;
       break;
     }
   }
   EXPECT_EQ(Decode(zero), nullptr);
-  // Garbage after the signature.
-  Bytes garbage(200, 0x5A);
-  garbage[0] = 0xFF;
+  Bytes garbage(200, 0x5A);   // garbage after the signature
+  garbage[0] = garbage[2] = 0xFF;
   garbage[1] = 0xD8;
-  garbage[2] = 0xFF;
   EXPECT_EQ(Decode(garbage), nullptr);
 }
 
@@ -158,10 +152,8 @@ TEST(JpegCodec, EncoderHonoursQualityResolutionAndLayouts) {
   auto dib = Pattern(96, 64, CA_DIB_Rgb);
   const int low = 10, high = 95, x = 300, y = 200;
   const Bytes small = Encode(*dib, CA_IMAGE_Jpeg, &low);
-  const Bytes large = Encode(*dib, CA_IMAGE_Jpeg, &high);
   ASSERT_FALSE(small.empty());
-  ASSERT_FALSE(large.empty());
-  EXPECT_LT(small.size(), large.size());
+  EXPECT_LT(small.size(), Encode(*dib, CA_IMAGE_Jpeg, &high).size());
 
   const Bytes dense = Encode(*dib, CA_IMAGE_Jpeg, &high, &x, &y);
   ASSERT_GT(dense.size(), 20u);
@@ -170,8 +162,9 @@ TEST(JpegCodec, EncoderHonoursQualityResolutionAndLayouts) {
   EXPECT_EQ((dense[14] << 8) | dense[15], 300);
   EXPECT_EQ((dense[16] << 8) | dense[17], 200);
 
-  // Every layout encodes, and comes back close at high quality.
-  for (CA_DibFormat format : {CA_DIB_1bpp, CA_DIB_8bpp, CA_DIB_8bppMask, CA_DIB_Rgb, CA_DIB_Rgb32, CA_DIB_Argb}) {
+  // Every layout encodes and comes back close at high quality (the pattern is noisy on purpose
+  // and chroma is subsampled, hence the loose mean; a swapped channel would be far off).
+  for (CA_DibFormat format : kLayouts) {
     SCOPED_TRACE(format);
     auto source = Pattern(32, 32, format, true);
     auto back = Decode(Encode(*source, CA_IMAGE_Jpeg, &high));
@@ -183,18 +176,7 @@ TEST(JpegCodec, EncoderHonoursQualityResolutionAndLayouts) {
         for (int s = 0; s < 24; s += 8) error += std::abs(static_cast<int>((a >> s) & 0xFF) - static_cast<int>((b >> s) & 0xFF));
       }
     }
-    EXPECT_LT(error / (32 * 32 * 3), 16);   // the pattern is noisy on purpose; chroma is subsampled
-  }
-  // A flat colour shows any channel mix-up plainly.
-  for (CA_DibFormat format : {CA_DIB_Rgb, CA_DIB_Rgb32, CA_DIB_Argb}) {
-    CCA_Dib flat;
-    ASSERT_TRUE(flat.Create(16, 16, format));
-    for (int yy = 0; yy < 16; ++yy) {
-      for (int xx = 0; xx < 16; ++xx) flat.SetPixel(CMRL_PSVTemplate<int>(xx, yy), 0xFFE03C14u);
-    }
-    auto back = Decode(Encode(flat, CA_IMAGE_Jpeg, &high));
-    ASSERT_NE(back, nullptr);
-    EXPECT_TRUE(Near(Argb(*back, 8, 8), 0xFFE03C14u, 3)) << std::hex << Argb(*back, 8, 8);
+    EXPECT_LT(error / (32 * 32 * 3), 16);
   }
 }
 

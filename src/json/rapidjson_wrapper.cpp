@@ -1,12 +1,13 @@
 #include "rapidjson_wrapper.h"
 
 #include <algorithm>
+#include <climits>
+#include <cstddef>
 #include <cstring>
 #include <new>
 #include <utility>
 #include <vector>
 
-#include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
 namespace {
@@ -91,12 +92,27 @@ T ReadOr(const Value* v, bool (*read)(const Value&, T&), T defaultValue) noexcep
 
 bool IsUsableKey(const char* key) noexcept { return key != nullptr && key[0] != '\0'; }
 
-// The one event of a value that is no container. Strings always go out as "copy"; the other
-// scalars as Value::Accept sends them (no recursion there).
+// The one event of a value that is no container, chosen as Value::Accept chooses it, except that
+// strings always go out as "copy". Spelled out rather than calling Accept: that recursive template
+// stays out of line, which costs a call per scalar on large documents.
 template <class Handler>
 bool WalkScalar(const Value& v, Handler& handler) {
-  if (v.IsString()) return handler.String(v.GetString(), v.GetStringLength(), true);
-  return v.Accept(handler);
+  switch (v.GetType()) {
+    case rapidjson::kNullType:
+      return handler.Null();
+    case rapidjson::kFalseType:
+      return handler.Bool(false);
+    case rapidjson::kTrueType:
+      return handler.Bool(true);
+    case rapidjson::kStringType:
+      return handler.String(v.GetString(), v.GetStringLength(), true);
+    default:
+      if (v.IsDouble()) return handler.Double(v.GetDouble());
+      if (v.IsInt()) return handler.Int(v.GetInt());
+      if (v.IsUint()) return handler.Uint(v.GetUint());
+      if (v.IsInt64()) return handler.Int64(v.GetInt64());
+      return handler.Uint64(v.GetUint64());
+  }
 }
 
 // Sends the events of a subtree to a SAX handler, as Value::Accept does, but with the open
@@ -187,6 +203,129 @@ bool Walk(const Value& v, Handler& handler, int depthLeft = kRecursiveWalkDepth)
       return WalkScalar(v, handler);
   }
 }
+
+// A writer output stream that writes straight into a CMRL_ByteString's buffer, so a large text is
+// not built in one buffer and then copied (and faulted in) a second time. The string is only
+// usable after Finish or once the stream is gone.
+class ByteStringOutput {
+ public:
+  using Ch = char;
+
+  explicit ByteStringOutput(CMRL_ByteString& target) noexcept : target_(target) {}
+  ~ByteStringOutput() {
+    if (begin_ != nullptr) target_.ReleaseBuffer(static_cast<int>(cur_ - begin_));
+  }
+  ByteStringOutput(const ByteStringOutput&) = delete;
+  ByteStringOutput& operator=(const ByteStringOutput&) = delete;
+
+  void Put(char c) {
+    if (cur_ == end_) Grow(1);
+    *cur_++ = c;
+  }
+  void Reserve(size_t count) {
+    if (static_cast<size_t>(end_ - cur_) < count) Grow(count);
+  }
+  void PutUnsafe(char c) noexcept { *cur_++ = c; }
+  void Flush() noexcept {}
+  // Room for `count` characters to be written in place; Pop gives back what went unused.
+  char* Push(size_t count) {
+    Reserve(count);
+    char* start = cur_;
+    cur_ += count;
+    return start;
+  }
+  void Pop(size_t count) noexcept { cur_ -= count; }
+
+  // Hands the text over to the string; the stream is spent after this.
+  void Finish() {
+    if (begin_ == nullptr) return;
+    const int length = static_cast<int>(cur_ - begin_);
+    const bool loose = length < kTightCopyLimit && end_ - cur_ > kTightCopySlack;
+    target_.ReleaseBuffer(length);
+    begin_ = cur_ = end_ = nullptr;
+    // Doubling may leave up to half the room unused; small texts are worth a tight copy.
+    if (loose) target_ = CMRL_ByteString(target_.c_str(), length);
+  }
+
+ private:
+  static constexpr size_t kFirstRoom = 256;
+  static constexpr size_t kMaxRoom = INT_MAX - 1;  // a CMRL_ByteString's length is an int
+  static constexpr int kTightCopyLimit = 1 << 16;
+  static constexpr std::ptrdiff_t kTightCopySlack = 4096;
+
+  void Grow(size_t count) {
+    const size_t used = static_cast<size_t>(cur_ - begin_);
+    if (count > kMaxRoom - used) throw std::bad_alloc();
+    const size_t room = static_cast<size_t>(end_ - begin_);
+    const size_t wanted = std::max({used + count, kFirstRoom, room < kMaxRoom / 2 ? room * 2 : kMaxRoom});
+    // ReleaseBuffer first: GetBuffer keeps only the contents up to the string's length.
+    if (begin_ != nullptr) target_.ReleaseBuffer(static_cast<int>(used));
+    begin_ = target_.GetBuffer(static_cast<int>(wanted));
+    cur_ = begin_ + used;
+    end_ = begin_ + wanted;
+  }
+
+  CMRL_ByteString& target_;
+  char* begin_ = nullptr;
+  char* cur_ = nullptr;
+  char* end_ = nullptr;
+};
+
+// The writer reserves room before a run of characters and then writes them unchecked.
+void PutReserve(ByteStringOutput& stream, size_t count) { stream.Reserve(count); }
+void PutUnsafe(ByteStringOutput& stream, char c) noexcept { stream.PutUnsafe(c); }
+
+}  // namespace
+
+// Numbers are formatted straight into the output, as the writer does for its own string buffer,
+// instead of through a scratch buffer and a second character-by-character copy.
+namespace rapidjson {
+
+template <>
+inline bool Writer<ByteStringOutput>::WriteInt(int i) {
+  char* buffer = os_->Push(11);
+  const char* end = internal::i32toa(i, buffer);
+  os_->Pop(static_cast<size_t>(11 - (end - buffer)));
+  return true;
+}
+
+template <>
+inline bool Writer<ByteStringOutput>::WriteUint(unsigned u) {
+  char* buffer = os_->Push(10);
+  const char* end = internal::u32toa(u, buffer);
+  os_->Pop(static_cast<size_t>(10 - (end - buffer)));
+  return true;
+}
+
+template <>
+inline bool Writer<ByteStringOutput>::WriteInt64(int64_t i64) {
+  char* buffer = os_->Push(21);
+  const char* end = internal::i64toa(i64, buffer);
+  os_->Pop(static_cast<size_t>(21 - (end - buffer)));
+  return true;
+}
+
+template <>
+inline bool Writer<ByteStringOutput>::WriteUint64(uint64_t u) {
+  char* buffer = os_->Push(20);
+  const char* end = internal::u64toa(u, buffer);
+  os_->Pop(static_cast<size_t>(20 - (end - buffer)));
+  return true;
+}
+
+template <>
+inline bool Writer<ByteStringOutput>::WriteDouble(double d) {
+  static_assert(!(kWriteDefaultFlags & kWriteNanAndInfFlag), "NaN and infinity must stop the text");
+  if (internal::Double(d).IsNanOrInf()) return false;
+  char* buffer = os_->Push(25);
+  const char* end = internal::dtoa(d, buffer, maxDecimalPlaces_);
+  os_->Pop(static_cast<size_t>(25 - (end - buffer)));
+  return true;
+}
+
+}  // namespace rapidjson
+
+namespace {
 
 // A deep copy of source with every string, element block and member block from allocator.
 // Containers are rebuilt through a document over that allocator, as RapidJSON's own copy does,
@@ -630,12 +769,16 @@ bool RapidjsonWrapper::CopyFrom(std::shared_ptr<const ZELJson> other) {
 }
 
 CMRL_ByteString RapidjsonWrapper::ToJsonString(const ZELJsonFactory::BuildConfig* config) const {
-  rapidjson::StringBuffer buffer;
-  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-  if (config != nullptr) {
-    // The writer needs at least one decimal place.
-    writer.SetMaxDecimalPlaces(std::max(1, config->GetMaxDecimalPlaces()));
+  CMRL_ByteString text;
+  {
+    ByteStringOutput output(text);
+    rapidjson::Writer<ByteStringOutput> writer(output);
+    if (config != nullptr) {
+      // The writer needs at least one decimal place.
+      writer.SetMaxDecimalPlaces(std::max(1, config->GetMaxDecimalPlaces()));
+    }
+    Walk(*value_, writer);  // on a NaN or infinity the text simply stops there
+    output.Finish();
   }
-  Walk(*value_, writer);  // on a NaN or infinity the text simply stops there
-  return CMRL_ByteString(buffer.GetString(), static_cast<int>(buffer.GetSize()));
+  return text;
 }

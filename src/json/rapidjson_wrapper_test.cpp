@@ -7,6 +7,9 @@
 #include <string>
 
 #include <gtest/gtest.h>
+#include <rapidjson/document.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
 
 #include <zelutility/json_factory.h>
 
@@ -342,6 +345,33 @@ TEST(RapidjsonWrapperTest, HandBuiltDeepTreesCopyAndPrint) {
   inner->InsertDouble(-1, std::nan(""));
   inner.reset();
   EXPECT_EQ(Print(poisoned), std::string(5000, '[') + "1,");
+}
+
+
+// The printer writes straight into the result string, growing it as it goes: texts that cross
+// every growth step (and the point where small results are copied tight) must match the plain
+// writer byte for byte, numbers of every kind included.
+TEST(RapidjsonWrapperTest, LargeTextsPrintLikeThePlainWriter) {
+  for (int count : {1, 40, 3000, 70000, 200000}) {
+    std::string text = "[";
+    for (int i = 0; i < count; ++i) {
+      if (i) text += ',';
+      text += std::to_string(i * 7919 - 300000) + ",{\"k\":" + std::to_string(i * 0.37) + ",\"s\":\"\u4e2d" +
+              std::to_string(i) + "\"},18446744073709551615,-9223372036854775808,true,null";
+    }
+    text += "]";
+    rapidjson::Document document;
+    document.Parse(text.c_str());
+    ASSERT_FALSE(document.HasParseError());
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    document.Accept(writer);
+    const auto root = Parse(text.c_str());
+    ASSERT_TRUE(root);
+    const CMRL_ByteString printed = ZELJsonFactory::BuildJsonString(root, nullptr);
+    ASSERT_EQ(static_cast<size_t>(printed.GetLength()), buffer.GetSize()) << count;
+    EXPECT_TRUE(std::string(printed.c_str(), printed.GetLength()) == buffer.GetString()) << count;
+  }
 }
 
 }  // namespace

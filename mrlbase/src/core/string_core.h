@@ -103,6 +103,17 @@ class StringCore {
       const long long generous = static_cast<long long>(Header(chars)->capacity) * 3 / 2 + 8;
       if (generous > capacity) capacity = static_cast<int>(std::min<long long>(generous, INT_MAX - 1));
     }
+    if (chars && !IsShared(chars)) {
+      // Our own buffer just grows: realloc can extend a large block in place or remap its pages
+      // instead of copying them. The header is plain bytes to realloc (refs is a lone int).
+      void* block = std::realloc(static_cast<void*>(Header(chars)),
+                                 sizeof(StringHeader) + (static_cast<size_t>(capacity) + 1) * sizeof(CharT));
+      if (!block) throw std::bad_alloc();  // the old buffer is still intact
+      auto* header = static_cast<StringHeader*>(block);
+      header->capacity = capacity;
+      chars = reinterpret_cast<CharT*>(header + 1);
+      return;
+    }
     CharT* fresh = Allocate(capacity);
     if (length > 0) std::memcpy(fresh, chars, static_cast<size_t>(length) * sizeof(CharT));
     fresh[length] = 0;

@@ -111,8 +111,8 @@ DibPtr BmpDecoder::DecodeFile(const uint8_t* data, size_t size, int frame) {
     if (headerSize == 40) {
       if (tableStart + 4 * count > size) return nullptr;
       tableStart += 4 * count;
-    } else if (headerSize < 52) {
-      return nullptr;
+    } else if (headerSize < 40u + 4u * count) {
+      return nullptr;  // the masks must lie inside the header, the alpha mask included
     }
     for (int k = 0; k < count; ++k) masks[k] = U32(m + 4 * k);
     if (headerSize >= 56) masks[3] = U32(m + 12);

@@ -1,3 +1,6 @@
+#include <algorithm>
+#include <iterator>
+
 #include <gtest/gtest.h>
 
 #include "codec/codec_test_support.h"
@@ -109,6 +112,13 @@ TEST(BmpCodec, DamagedFilesAreRefused) {
                            badHeader, badOffset}) {
     EXPECT_EQ(Decode(bad), nullptr);
   }
+  // A 54-byte header that asks for four bit masks ends before the alpha mask, at the end of the
+  // file: the reader must not look past it (found by fuzzing).
+  Bytes shortMasks(69, 0);
+  const uint8_t head[] = {'B', 'M', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 54, 0, 0, 0, 8, 0, 0, 0, 8, 0, 0, 0,
+                          1, 0, 32, 0, 6, 0, 0, 0};
+  std::copy(std::begin(head), std::end(head), shortMasks.begin());
+  EXPECT_EQ(Decode(shortMasks), nullptr);
 }
 
 TEST(BmpCodec, WriterStoresResolutionAsPixelsPerMetre) {

@@ -6,7 +6,7 @@
 #
 # New inputs go to $ZEL_FUZZ_WORK/corpus/<target> (default build/fuzz/work, kept between runs),
 # crashing inputs to $ZEL_FUZZ_WORK/crashes/<target>, the logs to $ZEL_FUZZ_WORK/<target>.log.
-# JOBS sets the build parallelism (default 2).
+# JOBS sets the build parallelism (default 2); ZEL_FUZZ_ARGS adds libFuzzer options (e.g. -seed=1 -runs=N).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds="${1:-60}"
@@ -28,7 +28,7 @@ for name in "${targets[@]}"; do
   seeds=(); [ -d "fuzz/corpus/$name" ] && seeds=("fuzz/corpus/$name")
   echo "== $name for ${seconds}s"
   if ! "$exe" -max_total_time="$seconds" -timeout=30 -rss_limit_mb=4096 -max_len=65536 \
-      -print_final_stats=1 -artifact_prefix="$crashes/" "$corpus" "${seeds[@]}" 2>"$log"; then
+      -print_final_stats=1 -artifact_prefix="$crashes/" ${ZEL_FUZZ_ARGS:-} "$corpus" "${seeds[@]}" >"$log" 2>&1; then
     echo "$name FAILED; see $log and $crashes"; tail -40 "$log"; status=1
   else
     grep -E '^stat::number_of_executed_units|DONE' "$log" | tail -2

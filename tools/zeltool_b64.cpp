@@ -10,6 +10,7 @@
 #include <zelutility/base64.h>
 
 #include "commands.h"
+#include "zeltool_input.h"
 
 namespace {
 
@@ -17,21 +18,10 @@ struct B64Options {
   std::string input = "-";
 };
 
-bool ReadAll(const std::string& path, std::string& bytes) {
-  if (path == "-") {
-    bytes.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
-    return !std::cin.bad();
-  }
-  std::ifstream file(path, std::ios::binary);
-  if (!file) return false;
-  bytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-  return !file.bad();
-}
-
 // 0 written, 2 no input or an input too large for the library's lengths.
 int RunB64(const B64Options& options, bool encode) {
   std::string bytes;
-  if (!ReadAll(options.input, bytes)) {
+  if (!zeltool::ReadAll(options.input, bytes)) {
     std::fprintf(stderr, "zeltool b64: cannot read %s\n", options.input.c_str());
     return 2;
   }

@@ -11,6 +11,7 @@
 #include <zelutility/json_factory.h>
 
 #include "commands.h"
+#include "zeltool_input.h"
 
 namespace {
 
@@ -20,21 +21,10 @@ struct JsonOptions {
   bool hasDecimals = false;
 };
 
-bool ReadAll(const std::string& path, std::string& bytes) {
-  if (path == "-") {
-    bytes.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
-    return !std::cin.bad();
-  }
-  std::ifstream file(path, std::ios::binary);
-  if (!file) return false;
-  bytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-  return !file.bad();
-}
-
 // 0 printed, 1 the library refused the text (its own line is already on stdout), 2 no input.
 int RunJson(const JsonOptions& options) {
   std::string bytes;
-  if (!ReadAll(options.input, bytes)) {
+  if (!zeltool::ReadAll(options.input, bytes)) {
     std::fprintf(stderr, "zeltool json: cannot read %s\n", options.input.c_str());
     return 2;
   }

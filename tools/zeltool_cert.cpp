@@ -12,6 +12,7 @@
 #include <zelutility/json_factory.h>
 
 #include "commands.h"
+#include "zeltool_input.h"
 
 namespace {
 
@@ -64,9 +65,8 @@ int Fail(const std::string& message) {
 }
 
 int RunCert(const CertOptions& options) {
-  std::ifstream in(options.file, std::ios::binary);
-  if (!in) return Fail("cannot open " + options.file);
-  const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::string bytes;
+  if (!zeltool::ReadAll(options.file, bytes)) return Fail("cannot open " + options.file);
   if (bytes.empty()) return Fail(options.file + " is empty");
   const CMRL_ByteString data(bytes.data(), static_cast<int>(bytes.size()));
   const CMRL_ByteString password(options.password.c_str());

@@ -14,6 +14,15 @@
 
 namespace mrl_codec {
 
+// A file in memory for the libraries that read and write through callbacks: the writer grows
+// `owned`, the reader looks at `data` from `pos`.
+struct MemoryFile {
+  const uint8_t* data = nullptr;
+  size_t size = 0;
+  size_t pos = 0;
+  std::vector<uint8_t>* owned = nullptr;
+};
+
 using DibPtr = std::unique_ptr<CCA_Dib>;
 
 // Largest image a decoder agrees to allocate, in pixels; a header asking for more is refused

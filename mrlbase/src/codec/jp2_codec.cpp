@@ -12,13 +12,6 @@
 namespace mrl_codec {
 namespace {
 
-struct MemoryFile {
-  const uint8_t* data = nullptr;
-  size_t size = 0;
-  size_t pos = 0;
-  std::vector<uint8_t>* owned = nullptr;
-};
-
 OPJ_SIZE_T ReadProc(void* buffer, OPJ_SIZE_T length, void* user) {
   auto* f = static_cast<MemoryFile*>(user);
   if (f->pos >= f->size) return static_cast<OPJ_SIZE_T>(-1);

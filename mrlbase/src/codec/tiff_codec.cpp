@@ -14,14 +14,6 @@
 namespace mrl_codec {
 namespace {
 
-// A file in memory; the writer grows `owned`, the reader looks at `data`.
-struct MemoryFile {
-  const uint8_t* data = nullptr;
-  size_t size = 0;
-  size_t pos = 0;
-  std::vector<uint8_t>* owned = nullptr;
-};
-
 tmsize_t ReadProc(thandle_t h, void* buffer, tmsize_t length) {
   auto* f = static_cast<MemoryFile*>(h);
   if (length < 0 || f->pos > f->size) return -1;

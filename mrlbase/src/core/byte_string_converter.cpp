@@ -13,6 +13,7 @@
 #endif
 
 #include "core/byte_string_converter_internal.h"
+#include "core/utf8_blocks.h"
 #include "platform/platform.h"
 
 namespace {
@@ -334,29 +335,20 @@ bool DecodeUtf8(const unsigned char* in, size_t length, wchar_t* out, size_t roo
 // Room beyond one unit per non-continuation byte, for a few stray continuation bytes.
 constexpr size_t kSpareUnits = 16;
 
-CMRL_WideString Utf8ToWide(const char* text, size_t length) {
-  if (length == 0) return CMRL_WideString();
-  CheckedLength(length);
-  const auto* in = reinterpret_cast<const unsigned char*>(text);
-  // Sized once: well-formed text needs exactly one unit per non-continuation byte. Text with more
-  // stray continuation bytes than the spare room is decoded on into a buffer of the byte count,
-  // which no text can exceed.
-  const size_t leads = CountNonContinuation(in, length);
-  size_t room = std::min(leads + kSpareUnits, length);
-  size_t spare = room - leads;
-  CMRL_WideString result;
-  wchar_t* out = result.GetBuffer(static_cast<int>(room));
-  size_t i = 0;
-  size_t o = 0;
-  if (!DecodeUtf8(in, length, out, room, spare, i, o)) {
-    result.ReleaseBuffer(static_cast<int>(o));
-    room = length;
-    spare = length - leads;
-    out = result.GetBuffer(static_cast<int>(room));
-    DecodeUtf8(in, length, out, room, spare, i, o);
+// DecodeUtf8 with the well-formed stretches taken by the block kernel. The careful code gets the
+// stretches the kernel stops at, ended at a byte that cannot continue a character, so it judges
+// each sequence exactly as it would on the whole text.
+bool DecodeUtf8WithBlocks(const unsigned char* in, size_t length, wchar_t* out, size_t room, size_t& spare,
+                          size_t& inPos, size_t& outPos) noexcept {
+  constexpr size_t kCarefulStretch = 32;
+  while (inPos < length) {
+    mrl_core::DecodeUtf8Blocks(in, length, out, inPos, outPos);
+    if (inPos >= length) break;
+    size_t end = std::min(length, inPos + kCarefulStretch);
+    while (end < length && IsContinuation(in[end])) ++end;
+    if (!DecodeUtf8(in, end, out, room, spare, inPos, outPos)) return false;
   }
-  result.ReleaseBuffer(static_cast<int>(o));
-  return result;
+  return true;
 }
 
 // Room EncodeUtf8 needs beyond the UTF-8 size.
@@ -453,16 +445,6 @@ size_t EncodeUtf8(const wchar_t* text, size_t length, unsigned char* out, size_t
   return o;
 }
 
-CMRL_ByteString WideToUtf8(const wchar_t* text, size_t length) {
-  const size_t total = Utf8Size(text, length);
-  if (total == 0) return CMRL_ByteString();
-  CMRL_ByteString result;
-  auto* out =
-      reinterpret_cast<unsigned char*>(result.GetBuffer(static_cast<int>(CheckedLength(total + kEncodeSlack))));
-  result.ReleaseBuffer(static_cast<int>(EncodeUtf8(text, length, out, total)));
-  return result;
-}
-
 using mrl_platform::CodesetConverter;
 using Status = CodesetConverter::Status;
 
@@ -524,10 +506,55 @@ void Widen(std::basic_string<Unit>& buffer, size_t used, size_t more, char*& out
 
 namespace mrl_core {
 
+CMRL_WideString Utf8ToWide(const char* text, size_t length, Utf8Kernels kernels) {
+  if (!text || length == 0) return CMRL_WideString();
+  CheckedLength(length);
+  const bool blocks = kernels == Utf8Kernels::kWidest && Utf8BlocksAvailable();
+  const auto* in = reinterpret_cast<const unsigned char*>(text);
+  const auto decode = blocks ? DecodeUtf8WithBlocks : DecodeUtf8;
+  // Sized once: well-formed text needs exactly one unit per non-continuation byte. Text with more
+  // stray continuation bytes than the spare room is decoded on into a buffer of the byte count,
+  // which no text can exceed.
+  const size_t leads = blocks ? CountUtf8Leads(in, length) : CountNonContinuation(in, length);
+  size_t room = std::min(leads + kSpareUnits, length);
+  size_t spare = room - leads;
+  CMRL_WideString result;
+  wchar_t* out = result.GetBuffer(static_cast<int>(room));
+  size_t i = 0;
+  size_t o = 0;
+  if (!decode(in, length, out, room, spare, i, o)) {
+    result.ReleaseBuffer(static_cast<int>(o));
+    room = length;
+    spare = length - leads;
+    out = result.GetBuffer(static_cast<int>(room));
+    decode(in, length, out, room, spare, i, o);
+  }
+  result.ReleaseBuffer(static_cast<int>(o));
+  return result;
+}
+
+CMRL_ByteString WideToUtf8(const wchar_t* text, size_t length, Utf8Kernels kernels) {
+  if (!text || length == 0) return CMRL_ByteString();
+  const bool blocks = kernels == Utf8Kernels::kWidest && Utf8BlocksAvailable();
+  const size_t total = blocks ? Utf8SizeOfUnits(text, length) : Utf8Size(text, length);
+  CMRL_ByteString result;
+  auto* out =
+      reinterpret_cast<unsigned char*>(result.GetBuffer(static_cast<int>(CheckedLength(total + kEncodeSlack))));
+  size_t written = 0;
+  if (blocks) {
+    size_t read = 0;
+    EncodeUtf8Blocks(text, length, out, read, written);
+  } else {
+    written = EncodeUtf8(text, length, out, total);
+  }
+  result.ReleaseBuffer(static_cast<int>(written));
+  return result;
+}
+
 CMRL_WideString DecodeCodeset(const char* codeset, const char* text, size_t length) {
   if (!text || length == 0) return CMRL_WideString();
   auto converter = CodesetConverter::Open(mrl_platform::WideCodeset(), codeset);
-  if (!converter) return Utf8ToWide(text, length);
+  if (!converter) return Utf8ToWide(text, length, Utf8Kernels::kWidest);
 
   std::wstring buffer;
   size_t used = 0;
@@ -561,7 +588,7 @@ CMRL_WideString DecodeCodeset(const char* codeset, const char* text, size_t leng
 CMRL_ByteString EncodeCodeset(const char* codeset, const wchar_t* text, size_t length) {
   if (!text || length == 0) return CMRL_ByteString();
   auto converter = CodesetConverter::Open(codeset, mrl_platform::WideCodeset());
-  if (!converter) return WideToUtf8(text, length);
+  if (!converter) return WideToUtf8(text, length, Utf8Kernels::kWidest);
 
   std::string buffer;
   size_t used = 0;
@@ -598,23 +625,23 @@ CMRL_ByteString EncodeCodeset(const char* codeset, const wchar_t* text, size_t l
 }  // namespace mrl_core
 
 CMRL_WideString CMRL_ByteStringConverter::utf8_to_unicode(const char* text, int length) {
-  return Utf8ToWide(text, ByteLength(text, length));
+  return mrl_core::Utf8ToWide(text, ByteLength(text, length));
 }
 
 CMRL_ByteString CMRL_ByteStringConverter::unicode_to_utf8(const wchar_t* text, int length) {
-  return WideToUtf8(text, WideLength(text, length));
+  return mrl_core::WideToUtf8(text, WideLength(text, length));
 }
 
 CMRL_WideString CMRL_ByteStringConverter::local_to_unicode(const char* text, int length) {
   const size_t size = ByteLength(text, length);
   if (size == 0) return CMRL_WideString();
-  if (mrl_platform::LocalCodesetIsUtf8()) return Utf8ToWide(text, size);
+  if (mrl_platform::LocalCodesetIsUtf8()) return mrl_core::Utf8ToWide(text, size);
   return mrl_core::DecodeCodeset(mrl_platform::LocalCodeset().c_str(), text, size);
 }
 
 CMRL_ByteString CMRL_ByteStringConverter::unicode_to_local(const wchar_t* text, int length) {
   const size_t size = WideLength(text, length);
   if (size == 0) return CMRL_ByteString();
-  if (mrl_platform::LocalCodesetIsUtf8()) return WideToUtf8(text, size);
+  if (mrl_platform::LocalCodesetIsUtf8()) return mrl_core::WideToUtf8(text, size);
   return mrl_core::EncodeCodeset(mrl_platform::LocalCodeset().c_str(), text, size);
 }

@@ -11,6 +11,16 @@
 
 namespace mrl_core {
 
+// Which code converts UTF-8: kWidest takes the wide-vector kernels when the processor has them,
+// kPortable never does. Both give the same result; tests compare them.
+enum class Utf8Kernels { kPortable, kWidest };
+
+// UTF-8 into wide units: U+FFFD per maximal subpart of an ill-formed sequence.
+CMRL_WideString Utf8ToWide(const char* text, size_t length, Utf8Kernels kernels = Utf8Kernels::kWidest);
+
+// Wide units into UTF-8: U+FFFD for units that are not scalar values.
+CMRL_ByteString WideToUtf8(const wchar_t* text, size_t length, Utf8Kernels kernels = Utf8Kernels::kWidest);
+
 // Decodes `codeset` text into wide units: U+FFFD per maximal subpart of what does not decode.
 // A codeset that the system cannot convert is read as UTF-8.
 CMRL_WideString DecodeCodeset(const char* codeset, const char* text, size_t length);

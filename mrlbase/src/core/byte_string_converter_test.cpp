@@ -19,11 +19,20 @@ using Conv = CMRL_ByteStringConverter;
 std::wstring Wide(const CMRL_WideString& s) { return std::wstring(s.c_str(), static_cast<size_t>(s.GetLength())); }
 std::string Bytes(const CMRL_ByteString& s) { return std::string(s.c_str(), static_cast<size_t>(s.GetLength())); }
 
+using mrl_core::Utf8Kernels;
+
+// Through the public converter, after checking that the portable code agrees with it (on machines
+// with the wide-vector kernels the two take different paths).
 std::wstring FromUtf8(const std::string& bytes) {
-  return Wide(Conv::utf8_to_unicode(bytes.data(), static_cast<int>(bytes.size())));
+  const std::wstring result = Wide(Conv::utf8_to_unicode(bytes.data(), static_cast<int>(bytes.size())));
+  EXPECT_TRUE(result == Wide(mrl_core::Utf8ToWide(bytes.data(), bytes.size(), Utf8Kernels::kPortable)))
+      << testing::PrintToString(bytes);
+  return result;
 }
 std::string ToUtf8(const std::wstring& units) {
-  return Bytes(Conv::unicode_to_utf8(units.data(), static_cast<int>(units.size())));
+  const std::string result = Bytes(Conv::unicode_to_utf8(units.data(), static_cast<int>(units.size())));
+  EXPECT_TRUE(result == Bytes(mrl_core::WideToUtf8(units.data(), units.size(), Utf8Kernels::kPortable)));
+  return result;
 }
 
 constexpr wchar_t R = 0xFFFD;

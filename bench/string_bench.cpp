@@ -11,6 +11,8 @@
 #include <mrlbase/byte_string.h>
 #include <mrlbase/byte_string_converter.h>
 
+#include "core/byte_string_converter_internal.h"
+
 namespace {
 
 enum TextKind { kAscii, kChinese, kMixed };
@@ -52,6 +54,16 @@ void BM_Utf8ToWide_Ours(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
 }
 
+// The SSE2 path that processors without the wide-vector kernels take.
+void BM_Utf8ToWide_Portable(benchmark::State& state) {
+  const std::string text = MakeText(state.range(0), state.range(1));
+  for (auto _ : state) {
+    CMRL_WideString wide = mrl_core::Utf8ToWide(text.data(), text.size(), mrl_core::Utf8Kernels::kPortable);
+    benchmark::DoNotOptimize(wide.c_str());
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
+}
+
 void BM_Utf8ToWide_Iconv(benchmark::State& state) {
   const std::string text = MakeText(state.range(0), state.range(1));
   IconvHandle cd = OpenIconv("WCHAR_T", "UTF-8");
@@ -72,6 +84,17 @@ void BM_WideToUtf8_Ours(benchmark::State& state) {
   const CMRL_WideString wide = CMRL_ByteStringConverter::utf8_to_unicode(text.data(), static_cast<int>(text.size()));
   for (auto _ : state) {
     CMRL_ByteString utf8 = CMRL_ByteStringConverter::unicode_to_utf8(wide.c_str(), wide.GetLength());
+    benchmark::DoNotOptimize(utf8.c_str());
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
+}
+
+void BM_WideToUtf8_Portable(benchmark::State& state) {
+  const std::string text = MakeText(state.range(0), state.range(1));
+  const CMRL_WideString wide = CMRL_ByteStringConverter::utf8_to_unicode(text.data(), static_cast<int>(text.size()));
+  for (auto _ : state) {
+    CMRL_ByteString utf8 = mrl_core::WideToUtf8(wide.c_str(), static_cast<size_t>(wide.GetLength()),
+                                                mrl_core::Utf8Kernels::kPortable);
     benchmark::DoNotOptimize(utf8.c_str());
   }
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
@@ -130,8 +153,10 @@ void BM_StringAppend_StdString(benchmark::State& state) {
 }  // namespace
 
 BENCHMARK(BM_Utf8ToWide_Ours)->Apply(TextArgs);
+BENCHMARK(BM_Utf8ToWide_Portable)->Apply(TextArgs);
 BENCHMARK(BM_Utf8ToWide_Iconv)->Apply(TextArgs);
 BENCHMARK(BM_WideToUtf8_Ours)->Apply(TextArgs);
+BENCHMARK(BM_WideToUtf8_Portable)->Apply(TextArgs);
 BENCHMARK(BM_WideToUtf8_Iconv)->Apply(TextArgs);
 BENCHMARK(BM_StringCopy_ByteString);
 BENCHMARK(BM_StringCopy_StdString);

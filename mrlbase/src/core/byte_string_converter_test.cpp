@@ -82,11 +82,11 @@ TEST(ByteStringConverterTest, IllFormedUtf8GivesOneReplacementPerMaximalSubpart)
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::PrintToString(c.in));
     EXPECT_EQ(c.out, FromUtf8(c.in));
-    // At every offset of the sixteen-byte ASCII blocks, and amid runs of three-byte characters,
-    // which are decoded two at a time.
-    for (size_t pad = 0; pad < 34; ++pad) {
-      EXPECT_EQ(std::wstring(pad, L'x') + c.out + std::wstring(35 - pad, L'y'),
-                FromUtf8(std::string(pad, 'x') + c.in + std::string(35 - pad, 'y'))) << pad;
+    // At every offset of the ASCII blocks (16 and 64 bytes) and of the 32-byte steps, and amid runs
+    // of three-byte characters, which are decoded two at a time.
+    for (size_t pad = 0; pad < 100; ++pad) {
+      EXPECT_EQ(std::wstring(pad, L'x') + c.out + std::wstring(101 - pad, L'y'),
+                FromUtf8(std::string(pad, 'x') + c.in + std::string(101 - pad, 'y'))) << pad;
     }
     std::string cjk;
     for (size_t count = 0; count < 6; ++count, cjk += "\xE4\xB8\xAD") {
@@ -161,6 +161,24 @@ TEST(ByteStringConverterTest, RandomTextDecodesLikeThePlainDecoder) {
   }
 }
 
+// Every text length up to a few blocks, so that each block size meets the end of the text at each
+// of its offsets, in runs of ASCII and after a character of each size.
+TEST(ByteStringConverterTest, EveryLengthEndsWhereTheTextEnds) {
+  for (const char* before : {"", "\xC3\xA9", "\xE4\xB8\xAD", "\xF0\x9F\x98\x80"}) {
+    const std::wstring head = ReferenceDecode(before);
+    for (size_t length = 0; length < 200; ++length) {
+      std::string text(before);
+      std::wstring expected(head);
+      for (size_t k = 0; k < length; ++k) {
+        text += static_cast<char>('a' + k % 26);
+        expected += static_cast<wchar_t>('a' + k % 26);
+      }
+      ASSERT_EQ(expected, FromUtf8(text)) << length;
+      ASSERT_EQ(text, ToUtf8(expected)) << length;
+    }
+  }
+}
+
 TEST(ByteStringConverterTest, LengthsNullsAndEmbeddedZeros) {
   for (const int length : {5, -1, 0}) {
     EXPECT_EQ(0, Conv::utf8_to_unicode(nullptr, length).GetLength());
@@ -183,19 +201,19 @@ TEST(ByteStringConverterTest, WideUnitsThatAreNotScalarValuesBecomeReplacement) 
   // A high and a low surrogate do not pair up in UTF-32.
   EXPECT_EQ(replacement + replacement, ToUtf8(std::wstring({0xD83D, 0xDE00})));
 
-  // Every offset of the sixteen-unit ASCII blocks and the eight-unit sizing groups, amid ASCII and CJK.
+  // Every offset of the ASCII blocks (16 and 64 units) and of the sizing groups, amid ASCII and CJK.
   const std::string cjk = "\xE4\xB8\xAD";
   for (uint32_t value : {0xD800u, 0xDC00u, 0xDFFFu, 0x110000u, 0x7FFFFFFFu, 0xFFFFFFFFu, 0x80u, 0x7FFu, 0xFFFFu,
                          0x10000u, 0x10FFFFu}) {
     const auto unit = static_cast<wchar_t>(value);
     const bool scalar = value <= 0x10FFFF && (value < 0xD800 || value > 0xDFFF);
     const std::string encoded = scalar ? EncodeOne(value) : replacement;
-    for (size_t pad = 0; pad < 34; ++pad) {
-      std::wstring ascii(40, L'q'), wide(40, 0x4E2D);
+    for (size_t pad = 0; pad < 150; ++pad) {
+      std::wstring ascii(160, L'q'), wide(160, 0x4E2D);
       ascii[pad] = wide[pad] = unit;
-      EXPECT_EQ(std::string(pad, 'q') + encoded + std::string(39 - pad, 'q'), ToUtf8(ascii)) << value << "@" << pad;
+      EXPECT_EQ(std::string(pad, 'q') + encoded + std::string(159 - pad, 'q'), ToUtf8(ascii)) << value << "@" << pad;
       std::string expected;
-      for (size_t k = 0; k < 40; ++k) expected += k == pad ? encoded : cjk;
+      for (size_t k = 0; k < 160; ++k) expected += k == pad ? encoded : cjk;
       EXPECT_EQ(expected, ToUtf8(wide)) << value << "@" << pad;
     }
   }

@@ -171,11 +171,23 @@ MRL_UTF8_BLOCKS_TARGET size_t Utf8SizeOfUnits(const wchar_t* text, size_t length
   for (size_t start = 0; start < length; start += kChunk) {
     const size_t end = length - start > kChunk ? start + kChunk : length;
     __m512i lanes = _mm512_setzero_si512();
-    for (size_t i = start; i < end; i += 16) {
-      const __mmask16 valid =
-          end - i >= 16 ? __mmask16{0xFFFF} : static_cast<__mmask16>(LowBits(static_cast<unsigned>(end - i)));
-      const __m512i units = _mm512_maskz_loadu_epi32(valid, text + i);
+    size_t i = start;
+    while (i < end) {
+      const size_t count = end - i >= 16 ? 16 : end - i;
+      const __m512i units = _mm512_maskz_loadu_epi32(static_cast<__mmask16>(LowBits(static_cast<unsigned>(count))), text + i);
+      i += count;
       const __mmask16 two = _mm512_cmpgt_epu32_mask(units, _mm512_set1_epi32(0x7F));
+      if (two == 0) {
+        // An ASCII block often starts a long run, which adds nothing: skip it 64 units at a time.
+        while (end - i >= 64) {
+          const auto* run = reinterpret_cast<const __m512i*>(text + i);
+          const __m512i any = _mm512_or_si512(_mm512_or_si512(_mm512_loadu_si512(run), _mm512_loadu_si512(run + 1)),
+                                              _mm512_or_si512(_mm512_loadu_si512(run + 2), _mm512_loadu_si512(run + 3)));
+          if (_mm512_test_epi32_mask(any, _mm512_set1_epi32(~0x7F)) != 0) break;
+          i += 64;
+        }
+        continue;
+      }
       const __mmask16 three = _mm512_cmpgt_epu32_mask(units, _mm512_set1_epi32(0x7FF));
       const __mmask16 four = _mm512_mask_cmple_epu32_mask(_mm512_cmpgt_epu32_mask(units, _mm512_set1_epi32(0xFFFF)),
                                                           units, _mm512_set1_epi32(0x10FFFF));

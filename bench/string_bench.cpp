@@ -54,15 +54,17 @@ void BM_Utf8ToWide_Ours(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
 }
 
-// The SSE2 path that processors without the wide-vector kernels take.
-void BM_Utf8ToWide_Portable(benchmark::State& state) {
+// The paths that processors without AVX-512 take: AVX2 kernels, or the SSE2 code without them.
+void Utf8ToWideWith(benchmark::State& state, mrl_core::Utf8Kernels kernels) {
   const std::string text = MakeText(state.range(0), state.range(1));
   for (auto _ : state) {
-    CMRL_WideString wide = mrl_core::Utf8ToWide(text.data(), text.size(), mrl_core::Utf8Kernels::kPortable);
+    CMRL_WideString wide = mrl_core::Utf8ToWide(text.data(), text.size(), kernels);
     benchmark::DoNotOptimize(wide.c_str());
   }
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
 }
+void BM_Utf8ToWide_Avx2(benchmark::State& state) { Utf8ToWideWith(state, mrl_core::Utf8Kernels::kAvx2); }
+void BM_Utf8ToWide_Portable(benchmark::State& state) { Utf8ToWideWith(state, mrl_core::Utf8Kernels::kPortable); }
 
 void BM_Utf8ToWide_Iconv(benchmark::State& state) {
   const std::string text = MakeText(state.range(0), state.range(1));
@@ -89,16 +91,17 @@ void BM_WideToUtf8_Ours(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
 }
 
-void BM_WideToUtf8_Portable(benchmark::State& state) {
+void WideToUtf8With(benchmark::State& state, mrl_core::Utf8Kernels kernels) {
   const std::string text = MakeText(state.range(0), state.range(1));
   const CMRL_WideString wide = CMRL_ByteStringConverter::utf8_to_unicode(text.data(), static_cast<int>(text.size()));
   for (auto _ : state) {
-    CMRL_ByteString utf8 = mrl_core::WideToUtf8(wide.c_str(), static_cast<size_t>(wide.GetLength()),
-                                                mrl_core::Utf8Kernels::kPortable);
+    CMRL_ByteString utf8 = mrl_core::WideToUtf8(wide.c_str(), static_cast<size_t>(wide.GetLength()), kernels);
     benchmark::DoNotOptimize(utf8.c_str());
   }
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
 }
+void BM_WideToUtf8_Avx2(benchmark::State& state) { WideToUtf8With(state, mrl_core::Utf8Kernels::kAvx2); }
+void BM_WideToUtf8_Portable(benchmark::State& state) { WideToUtf8With(state, mrl_core::Utf8Kernels::kPortable); }
 
 void BM_WideToUtf8_Iconv(benchmark::State& state) {
   const std::string text = MakeText(state.range(0), state.range(1));
@@ -153,9 +156,11 @@ void BM_StringAppend_StdString(benchmark::State& state) {
 }  // namespace
 
 BENCHMARK(BM_Utf8ToWide_Ours)->Apply(TextArgs);
+BENCHMARK(BM_Utf8ToWide_Avx2)->Apply(TextArgs);
 BENCHMARK(BM_Utf8ToWide_Portable)->Apply(TextArgs);
 BENCHMARK(BM_Utf8ToWide_Iconv)->Apply(TextArgs);
 BENCHMARK(BM_WideToUtf8_Ours)->Apply(TextArgs);
+BENCHMARK(BM_WideToUtf8_Avx2)->Apply(TextArgs);
 BENCHMARK(BM_WideToUtf8_Portable)->Apply(TextArgs);
 BENCHMARK(BM_WideToUtf8_Iconv)->Apply(TextArgs);
 BENCHMARK(BM_StringCopy_ByteString);

@@ -1,4 +1,4 @@
-// Converts arbitrary bytes between UTF-8 and wide text with the wide-vector kernels and with the
+// Converts arbitrary bytes between UTF-8 and wide text with each set of vector kernels and with the
 // portable code, which must agree, and checks that decoding what was encoded changes nothing.
 #include <cstddef>
 #include <cstdint>
@@ -26,11 +26,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const auto* text = reinterpret_cast<const char*>(data);
   const CMRL_WideString wide = mrl_core::Utf8ToWide(text, size, Utf8Kernels::kWidest);
   if (!Same(wide, mrl_core::Utf8ToWide(text, size, Utf8Kernels::kPortable))) __builtin_trap();
+  if (!Same(wide, mrl_core::Utf8ToWide(text, size, Utf8Kernels::kAvx2))) __builtin_trap();
 
   // The decoded text holds scalar values and U+FFFD only, so it survives a round trip.
   const CMRL_ByteString utf8 = mrl_core::WideToUtf8(wide.c_str(), static_cast<size_t>(wide.GetLength()));
-  if (!Same(utf8, mrl_core::WideToUtf8(wide.c_str(), static_cast<size_t>(wide.GetLength()), Utf8Kernels::kPortable)))
-    __builtin_trap();
+  for (const Utf8Kernels kernels : {Utf8Kernels::kPortable, Utf8Kernels::kAvx2}) {
+    if (!Same(utf8, mrl_core::WideToUtf8(wide.c_str(), static_cast<size_t>(wide.GetLength()), kernels)))
+      __builtin_trap();
+  }
   if (!Same(wide, mrl_core::Utf8ToWide(utf8.c_str(), static_cast<size_t>(utf8.GetLength()))))
     __builtin_trap();
 
@@ -41,6 +44,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::memcpy(units.data(), data, count * sizeof(wchar_t));
     const CMRL_ByteString fast = mrl_core::WideToUtf8(units.data(), count, Utf8Kernels::kWidest);
     if (!Same(fast, mrl_core::WideToUtf8(units.data(), count, Utf8Kernels::kPortable))) __builtin_trap();
+    if (!Same(fast, mrl_core::WideToUtf8(units.data(), count, Utf8Kernels::kAvx2))) __builtin_trap();
   }
   return 0;
 }

@@ -335,20 +335,29 @@ bool DecodeUtf8(const unsigned char* in, size_t length, wchar_t* out, size_t roo
 // Room beyond one unit per non-continuation byte, for a few stray continuation bytes.
 constexpr size_t kSpareUnits = 16;
 
-// DecodeUtf8 with the well-formed stretches taken by the block kernel. The careful code gets the
-// stretches the kernel stops at, ended at a byte that cannot continue a character, so it judges
+// DecodeUtf8 with the well-formed stretches taken by the block kernels. The careful code gets the
+// stretches the kernels stop at, ended at a byte that cannot continue a character, so it judges
 // each sequence exactly as it would on the whole text.
-bool DecodeUtf8WithBlocks(const unsigned char* in, size_t length, wchar_t* out, size_t room, size_t& spare,
-                          size_t& inPos, size_t& outPos) noexcept {
+bool DecodeUtf8WithBlocks(const mrl_core::Utf8BlockKernels& kernels, const unsigned char* in, size_t length,
+                          wchar_t* out, size_t room, size_t& spare, size_t& inPos, size_t& outPos) noexcept {
   constexpr size_t kCarefulStretch = 32;
   while (inPos < length) {
-    mrl_core::DecodeUtf8Blocks(in, length, out, inPos, outPos);
+    kernels.decode(in, length, out, room, inPos, outPos);
     if (inPos >= length) break;
     size_t end = std::min(length, inPos + kCarefulStretch);
     while (end < length && IsContinuation(in[end])) ++end;
     if (!DecodeUtf8(in, end, out, room, spare, inPos, outPos)) return false;
   }
   return true;
+}
+
+const mrl_core::Utf8BlockKernels* KernelsFor(mrl_core::Utf8Kernels choice) noexcept {
+  switch (choice) {
+    case mrl_core::Utf8Kernels::kAvx2: return mrl_core::Avx2Utf8BlockKernels();
+    case mrl_core::Utf8Kernels::kWidest: return mrl_core::BestUtf8BlockKernels();
+    case mrl_core::Utf8Kernels::kPortable: break;
+  }
+  return nullptr;
 }
 
 // Room EncodeUtf8 needs beyond the UTF-8 size.
@@ -506,47 +515,48 @@ void Widen(std::basic_string<Unit>& buffer, size_t used, size_t more, char*& out
 
 namespace mrl_core {
 
-CMRL_WideString Utf8ToWide(const char* text, size_t length, Utf8Kernels kernels) {
+CMRL_WideString Utf8ToWide(const char* text, size_t length, Utf8Kernels choice) {
   if (!text || length == 0) return CMRL_WideString();
   CheckedLength(length);
-  const bool blocks = kernels == Utf8Kernels::kWidest && Utf8BlocksAvailable();
+  const Utf8BlockKernels* kernels = KernelsFor(choice);
   const auto* in = reinterpret_cast<const unsigned char*>(text);
-  const auto decode = blocks ? DecodeUtf8WithBlocks : DecodeUtf8;
+  const auto decode = [&](wchar_t* out, size_t room, size_t& spare, size_t& i, size_t& o) {
+    return kernels ? DecodeUtf8WithBlocks(*kernels, in, length, out, room, spare, i, o)
+                   : DecodeUtf8(in, length, out, room, spare, i, o);
+  };
   // Sized once: well-formed text needs exactly one unit per non-continuation byte. Text with more
   // stray continuation bytes than the spare room is decoded on into a buffer of the byte count,
   // which no text can exceed.
-  const size_t leads = blocks ? CountUtf8Leads(in, length) : CountNonContinuation(in, length);
+  const size_t leads = kernels ? kernels->countLeads(in, length) : CountNonContinuation(in, length);
   size_t room = std::min(leads + kSpareUnits, length);
   size_t spare = room - leads;
   CMRL_WideString result;
   wchar_t* out = result.GetBuffer(static_cast<int>(room));
   size_t i = 0;
   size_t o = 0;
-  if (!decode(in, length, out, room, spare, i, o)) {
+  if (!decode(out, room, spare, i, o)) {
     result.ReleaseBuffer(static_cast<int>(o));
     room = length;
     spare = length - leads;
     out = result.GetBuffer(static_cast<int>(room));
-    decode(in, length, out, room, spare, i, o);
+    decode(out, room, spare, i, o);
   }
   result.ReleaseBuffer(static_cast<int>(o));
   return result;
 }
 
-CMRL_ByteString WideToUtf8(const wchar_t* text, size_t length, Utf8Kernels kernels) {
+CMRL_ByteString WideToUtf8(const wchar_t* text, size_t length, Utf8Kernels choice) {
   if (!text || length == 0) return CMRL_ByteString();
-  const bool blocks = kernels == Utf8Kernels::kWidest && Utf8BlocksAvailable();
-  const size_t total = blocks ? Utf8SizeOfUnits(text, length) : Utf8Size(text, length);
+  const Utf8BlockKernels* kernels = KernelsFor(choice);
+  const size_t total = kernels ? kernels->utf8Size(text, length) : Utf8Size(text, length);
   CMRL_ByteString result;
   auto* out =
       reinterpret_cast<unsigned char*>(result.GetBuffer(static_cast<int>(CheckedLength(total + kEncodeSlack))));
+  size_t read = 0;
   size_t written = 0;
-  if (blocks) {
-    size_t read = 0;
-    EncodeUtf8Blocks(text, length, out, read, written);
-  } else {
-    written = EncodeUtf8(text, length, out, total);
-  }
+  if (kernels) kernels->encode(text, length, out, total + kEncodeSlack, read, written);
+  // The kernels may leave the last few units; they are encoded one by one.
+  written += EncodeUtf8(text + read, length - read, out + written, total - written);
   result.ReleaseBuffer(static_cast<int>(written));
   return result;
 }

@@ -11,9 +11,9 @@
 
 namespace mrl_core {
 
-// Which code converts UTF-8: kWidest takes the wide-vector kernels when the processor has them,
-// kPortable never does. Both give the same result; tests compare them.
-enum class Utf8Kernels { kPortable, kWidest };
+// Which code converts UTF-8: kWidest takes the widest vector kernels the processor has, kAvx2 the
+// AVX2 ones when it has them, kPortable none. All give the same result; tests compare them.
+enum class Utf8Kernels { kPortable, kAvx2, kWidest };
 
 // UTF-8 into wide units: U+FFFD per maximal subpart of an ill-formed sequence.
 CMRL_WideString Utf8ToWide(const char* text, size_t length, Utf8Kernels kernels = Utf8Kernels::kWidest);

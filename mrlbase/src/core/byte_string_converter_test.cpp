@@ -21,17 +21,21 @@ std::string Bytes(const CMRL_ByteString& s) { return std::string(s.c_str(), stat
 
 using mrl_core::Utf8Kernels;
 
-// Through the public converter, after checking that the portable code agrees with it (on machines
-// with the wide-vector kernels the two take different paths).
+// Through the public converter, after checking that the other paths agree with it (on machines
+// with vector kernels they differ from the portable code).
 std::wstring FromUtf8(const std::string& bytes) {
   const std::wstring result = Wide(Conv::utf8_to_unicode(bytes.data(), static_cast<int>(bytes.size())));
-  EXPECT_TRUE(result == Wide(mrl_core::Utf8ToWide(bytes.data(), bytes.size(), Utf8Kernels::kPortable)))
-      << testing::PrintToString(bytes);
+  for (const Utf8Kernels kernels : {Utf8Kernels::kPortable, Utf8Kernels::kAvx2}) {
+    EXPECT_TRUE(result == Wide(mrl_core::Utf8ToWide(bytes.data(), bytes.size(), kernels)))
+        << static_cast<int>(kernels) << " " << testing::PrintToString(bytes);
+  }
   return result;
 }
 std::string ToUtf8(const std::wstring& units) {
   const std::string result = Bytes(Conv::unicode_to_utf8(units.data(), static_cast<int>(units.size())));
-  EXPECT_TRUE(result == Bytes(mrl_core::WideToUtf8(units.data(), units.size(), Utf8Kernels::kPortable)));
+  for (const Utf8Kernels kernels : {Utf8Kernels::kPortable, Utf8Kernels::kAvx2}) {
+    EXPECT_TRUE(result == Bytes(mrl_core::WideToUtf8(units.data(), units.size(), kernels))) << static_cast<int>(kernels);
+  }
   return result;
 }
 
@@ -82,14 +86,14 @@ TEST(ByteStringConverterTest, IllFormedUtf8GivesOneReplacementPerMaximalSubpart)
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::PrintToString(c.in));
     EXPECT_EQ(c.out, FromUtf8(c.in));
-    // At every offset of the ASCII blocks (16 and 64 bytes) and of the 32-byte steps, and amid runs
-    // of three-byte characters, which are decoded two at a time.
+    // At every offset of the ASCII blocks (16 and 64 bytes) and of the 32-byte steps.
     for (size_t pad = 0; pad < 100; ++pad) {
       EXPECT_EQ(std::wstring(pad, L'x') + c.out + std::wstring(101 - pad, L'y'),
                 FromUtf8(std::string(pad, 'x') + c.in + std::string(101 - pad, 'y'))) << pad;
     }
+    // Amid runs of three-byte characters, which are decoded two, eight or sixteen at a time.
     std::string cjk;
-    for (size_t count = 0; count < 6; ++count, cjk += "\xE4\xB8\xAD") {
+    for (size_t count = 0; count < 40; ++count, cjk += "\xE4\xB8\xAD") {
       const std::wstring wide(count, 0x4E2D);
       EXPECT_EQ(wide + c.out + wide, FromUtf8(cjk + c.in + cjk)) << "characters " << count;
     }

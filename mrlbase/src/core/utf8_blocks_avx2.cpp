@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstring>
 
 // AVX2 kernels for the processors without AVX-512, compiled for that target function by function
 // and offered only when the processor has it. Other processors get no kernels from this file.
@@ -18,21 +19,22 @@ namespace {
 
 static_assert(sizeof(wchar_t) == 4, "wide text holds one code point a unit");
 
-// For each 8-bit mask, the positions of its set bits, lowest first, four bits each: the lane order
+// For each 8-bit mask, the positions of its set bits, lowest first, a byte each: the lane order
 // that packs the selected lanes of eight together.
-constexpr std::array<uint32_t, 256> MakePackLanes() {
-  std::array<uint32_t, 256> table{};
+struct PackLanes {
+  uint8_t lane[8];
+};
+constexpr std::array<PackLanes, 256> MakePackLanes() {
+  std::array<PackLanes, 256> table{};
   for (unsigned mask = 0; mask < 256; ++mask) {
-    uint32_t entry = 0;
     unsigned next = 0;
     for (unsigned lane = 0; lane < 8; ++lane) {
-      if (mask & (1u << lane)) entry |= lane << (4 * next++);
+      if (mask & (1u << lane)) table[mask].lane[next++] = static_cast<uint8_t>(lane);
     }
-    table[mask] = entry;
   }
   return table;
 }
-constexpr std::array<uint32_t, 256> kPackLanes = MakePackLanes();
+constexpr std::array<PackLanes, 256> kPackLanes = MakePackLanes();
 
 // For four units with UTF-8 lengths n0..n3, indexed by (n0 - 1) | (n1 - 1) << 2 | ..., the byte
 // shuffle that packs the first nk bytes of each 32-bit lane together, and their total.
@@ -79,9 +81,8 @@ MRL_UTF8_AVX2_TARGET unsigned LaneBits(__m256i mask) noexcept {
 }
 
 // The characters that would start at the eight positions of `lanes` (lane k holds the four bytes
-// from its position on, lead byte on top), and in `bad` (bit k) the lanes whose value is overlong,
-// a surrogate or beyond U+10FFFF.
-MRL_UTF8_AVX2_TARGET __m256i DecodeLanes(__m256i lanes, unsigned& bad) noexcept {
+// from its position on, lead byte on top), for well-formed leads; other lanes hold anything.
+MRL_UTF8_AVX2_TARGET __m256i DecodeLanes(__m256i lanes) noexcept {
   // Per lane, the high nibble of the lead byte indexes byte tables; the other bytes of the index
   // have their top bit set, so their lookups give zero.
   const __m256i nibble = _mm256_or_si256(_mm256_srli_epi32(lanes, 28), _mm256_set1_epi32(static_cast<int>(0x80808000)));
@@ -91,28 +92,17 @@ MRL_UTF8_AVX2_TARGET __m256i DecodeLanes(__m256i lanes, unsigned& bad) noexcept 
   // The shift that drops the bytes beyond the character.
   const __m256i shifts = _mm256_setr_epi8(18, 18, 18, 18, 18, 18, 18, 18, 0, 0, 0, 0, 12, 12, 6, 0,
                                           18, 18, 18, 18, 18, 18, 18, 18, 0, 0, 0, 0, 12, 12, 6, 0);
-  // 0x10000 shifted by this is the least value that is not overlong (shifts of 32 give zero).
-  const __m256i leastShifts = _mm256_setr_epi8(32, 32, 32, 32, 32, 32, 32, 32, 32, 32, 32, 32, 9, 9, 5, 0,
-                                               32, 32, 32, 32, 32, 32, 32, 32, 32, 32, 32, 32, 9, 9, 5, 0);
   const __m256i leadMask = _mm256_slli_epi32(_mm256_shuffle_epi8(leadMasks, nibble), 24);
   const __m256i payload = _mm256_and_si256(lanes, _mm256_or_si256(leadMask, _mm256_set1_epi32(0x003F3F3F)));
   const __m256i fields =
       _mm256_madd_epi16(_mm256_maddubs_epi16(payload, _mm256_set1_epi16(0x4001)), _mm256_set1_epi32(0x10000001));
-  const __m256i value = _mm256_srlv_epi32(fields, _mm256_shuffle_epi8(shifts, nibble));
-  const __m256i least = _mm256_srlv_epi32(_mm256_set1_epi32(0x10000), _mm256_shuffle_epi8(leastShifts, nibble));
-  const __m256i wrong = _mm256_or_si256(
-      _mm256_or_si256(_mm256_cmpgt_epi32(least, value), _mm256_cmpgt_epi32(value, _mm256_set1_epi32(0x10FFFF))),
-      _mm256_cmpeq_epi32(_mm256_and_si256(value, _mm256_set1_epi32(~0x7FF)), _mm256_set1_epi32(0xD800)));
-  bad = LaneBits(wrong);
-  return value;
+  return _mm256_srlv_epi32(fields, _mm256_shuffle_epi8(shifts, nibble));
 }
 
 // Stores the lanes of `value` selected by `mask` packed together at `out`; writes eight units.
 // Returns how many were selected.
 MRL_UTF8_AVX2_TARGET unsigned StorePacked(wchar_t* out, __m256i value, unsigned mask) noexcept {
-  const __m256i order = _mm256_and_si256(
-      _mm256_srlv_epi32(_mm256_set1_epi32(static_cast<int>(kPackLanes[mask])), _mm256_setr_epi32(0, 4, 8, 12, 16, 20, 24, 28)),
-      _mm256_set1_epi32(7));
+  const __m256i order = _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(kPackLanes[mask].lane)));
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), _mm256_permutevar8x32_epi32(value, order));
   return static_cast<unsigned>(_mm_popcnt_u32(mask));
 }
@@ -122,6 +112,30 @@ MRL_UTF8_AVX2_TARGET unsigned StorePacked(wchar_t* out, __m256i value, unsigned 
 MRL_UTF8_AVX2_TARGET uint32_t BytesAbove(__m256i bytes, int bound, uint32_t high) noexcept {
   const __m256i limit = _mm256_set1_epi8(static_cast<char>(bound));
   return static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpgt_epi8(bytes, limit))) & high;
+}
+
+// All ones in the bytes of `v` that equal `byte`.
+MRL_UTF8_AVX2_TARGET __m256i ByteIs(__m256i v, int byte) noexcept {
+  return _mm256_cmpeq_epi8(v, _mm256_set1_epi8(static_cast<char>(byte)));
+}
+
+// Bit k set when byte k of `mask` is all ones.
+MRL_UTF8_AVX2_TARGET uint32_t ByteBits(__m256i mask) noexcept { return static_cast<uint32_t>(_mm256_movemask_epi8(mask)); }
+
+// Bit k set when byte k of `bytes`, if it leads a character, starts one that is overlong, a
+// surrogate or beyond U+10FFFF, or never leads one. These are decided by the lead byte and the
+// byte after it (`next`), which the caller checked to be a continuation byte.
+MRL_UTF8_AVX2_TARGET uint32_t BadLeads(__m256i bytes, __m256i next, uint32_t high) noexcept {
+  // Signed compares of continuation bytes (0x80 to 0xBF are -128 to -65).
+  const __m256i nextBelowA0 = _mm256_cmpgt_epi8(_mm256_set1_epi8(static_cast<char>(0xA0)), next);
+  const __m256i nextBelow90 = _mm256_cmpgt_epi8(_mm256_set1_epi8(static_cast<char>(0x90)), next);
+  const __m256i pairs = _mm256_or_si256(
+      _mm256_or_si256(_mm256_and_si256(ByteIs(bytes, 0xE0), nextBelowA0),       // overlong, three bytes
+                      _mm256_andnot_si256(nextBelowA0, ByteIs(bytes, 0xED))),    // surrogates
+      _mm256_or_si256(_mm256_and_si256(ByteIs(bytes, 0xF0), nextBelow90),       // overlong, four bytes
+                      _mm256_andnot_si256(nextBelow90, ByteIs(bytes, 0xF4))));   // beyond U+10FFFF
+  const __m256i overlongTwo = ByteIs(_mm256_and_si256(bytes, _mm256_set1_epi8(static_cast<char>(0xFE))), 0xC0);
+  return ByteBits(_mm256_or_si256(pairs, overlongTwo)) | BytesAbove(bytes, 0xF4, high);
 }
 
 // Decodes the 24 bytes at `in` (28 are read), whose lead bytes are E0 to EF at every third
@@ -145,20 +159,20 @@ MRL_UTF8_AVX2_TARGET bool DecodeThreeByteRun(const unsigned char* in, wchar_t* o
   return true;
 }
 
-// Sixteen positions a step, as the wider kernel does: lanes of four-byte windows, continuation
-// bytes checked against what the leads claim, lead lanes packed together. Reads 32 bytes a step and
-// writes up to 32 units, so it stops that far from the end of the text and of the room.
+// 32 positions a step, as the wider kernel does: lanes of four-byte windows (four groups of eight),
+// continuation bytes checked against what the leads claim, lead lanes packed together; the lead
+// and the byte after it are checked for the rest. Reads 44 bytes a step and writes up to 32 units,
+// so it stops that far from the end of the text and of the room.
 MRL_UTF8_AVX2_TARGET void Decode(const unsigned char* in, size_t length, wchar_t* out, size_t room, size_t& inPos,
                                  size_t& outPos) noexcept {
   const __m256i window = _mm256_setr_epi8(3, 2, 1, 0, 4, 3, 2, 1, 5, 4, 3, 2, 6, 5, 4, 3,
                                           3, 2, 1, 0, 4, 3, 2, 1, 5, 4, 3, 2, 6, 5, 4, 3);
-  const auto load16 = [](const unsigned char* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); };
   size_t i = inPos;
   size_t o = outPos;
-  uint32_t carried = 0;  // continuation bytes at the step's start, claimed by the step before
-  while (length - i >= 32 && room - o >= 32) {
+  uint64_t carried = 0;  // continuation bytes at the step's start, claimed by the step before
+  while (length - i >= 44 && room - o >= 32) {
     const __m256i bytes = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + i));
-    const auto high = static_cast<uint32_t>(_mm256_movemask_epi8(bytes));
+    const uint32_t high = ByteBits(bytes);
     if (high == 0) {
       auto* units = reinterpret_cast<__m256i*>(out + o);
       const __m128i low = _mm256_castsi256_si128(bytes);
@@ -183,26 +197,30 @@ MRL_UTF8_AVX2_TARGET void Decode(const unsigned char* in, size_t length, wchar_t
       o += 8;
       continue;
     }
-    const uint32_t claimed = ((leadBytes & 0xFFFF) << 1) | ((lead3 & 0xFFFF) << 2) | ((lead4 & 0xFFFF) << 3);
-    const uint32_t leads = ~continuation & 0xFFFF;
-    if ((((claimed | carried) ^ continuation) & 0xFFFF) != 0 || (claimed & ~continuation) != 0) break;
-    if ((BytesAbove(bytes, 0xF7, high) & leads) != 0) break;  // F8 to FF never lead
+    // The three bytes after the step, for the claims of its last characters.
+    uint32_t after;
+    std::memcpy(&after, in + i + 32, sizeof after);
+    const auto continuationAfter = static_cast<uint64_t>(
+        _mm_movemask_epi8(_mm_cmplt_epi8(_mm_cvtsi32_si128(static_cast<int>(after)), _mm_set1_epi8(static_cast<char>(0xC0)))) & 7);
+    const uint64_t allContinuation = continuation | (continuationAfter << 32);
+    const uint64_t claimed = (uint64_t{leadBytes} << 1) | (uint64_t{lead3} << 2) | (uint64_t{lead4} << 3);
+    const uint32_t leads = ~continuation;
+    if (static_cast<uint32_t>((claimed | carried) ^ allContinuation) != 0 || (claimed & ~allContinuation) != 0) break;
+    const __m256i next = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + i + 1));
+    if ((BadLeads(bytes, next, high) & leads) != 0) break;
 
-    const __m256i first = _mm256_shuffle_epi8(
-        _mm256_inserti128_si256(_mm256_castsi128_si256(load16(in + i)), load16(in + i + 4), 1), window);
-    const __m256i second = _mm256_shuffle_epi8(
-        _mm256_inserti128_si256(_mm256_castsi128_si256(load16(in + i + 8)), load16(in + i + 12), 1), window);
-    unsigned badFirst, badSecond;
-    const __m256i low = DecodeLanes(first, badFirst);
-    const __m256i top = DecodeLanes(second, badSecond);
-    if (((badFirst | (badSecond << 8)) & leads) != 0) break;
-    o += StorePacked(out + o, low, leads & 0xFF);
-    o += StorePacked(out + o, top, leads >> 8);
-    carried = claimed >> 16;
-    i += 16;
+    for (size_t group = 0; group < 32; group += 8) {
+      const __m256i lanes = _mm256_shuffle_epi8(
+          _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i + group))),
+                                  _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i + group + 4)), 1),
+          window);
+      o += StorePacked(out + o, DecodeLanes(lanes), (leads >> group) & 0xFF);
+    }
+    carried = claimed >> 32;
+    i += 32;
   }
   // The last character decoded may reach into the step that stopped the loop.
-  inPos = i + static_cast<size_t>(_mm_popcnt_u32(carried));
+  inPos = i + static_cast<size_t>(_mm_popcnt_u64(carried));
   outPos = o;
 }
 

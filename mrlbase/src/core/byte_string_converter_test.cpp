@@ -151,8 +151,14 @@ TEST(ByteStringConverterTest, RandomTextDecodesLikeThePlainDecoder) {
       switch (pick(0, 7)) {
         case 0: text += std::string(pick(0, 40), static_cast<char>(pick(0x20, 0x7E))); break;
         case 1: text += EncodeOne(pick(0x80, 0x7FF)); break;
-        case 2:
-        case 3: for (uint32_t k = pick(1, 12); k > 0; --k) text += EncodeOne(pick(0x4E00, 0x9FFF)); break;
+        case 2: for (uint32_t k = pick(1, 40); k > 0; --k) text += EncodeOne(pick(0x4E00, 0x9FFF)); break;
+        case 3:  // characters of every size mixed, as in most text
+          for (uint32_t k = pick(1, 40); k > 0; --k) {
+            static const uint32_t kSizes[][2] = {{0x20, 0x7E}, {0x80, 0x7FF}, {0x800, 0xD7FF}, {0x10000, 0x10FFFF}};
+            const auto& size = kSizes[pick(0, 3)];
+            text += EncodeOne(pick(size[0], size[1]));
+          }
+          break;
         case 4: text += EncodeOne(pick(0x10000, 0x10FFFF)); break;
         case 5: text += EncodeOne(pick(0x800, 0x10FFFF)).substr(0, pick(1, 2)); break;
         // Runs of stray continuation bytes yield more units than the other bytes, so the result must

@@ -29,15 +29,35 @@ static_assert(sizeof(wchar_t) == 4, "wide text holds one code point a unit");
 // The low `count` bits set, for count up to 64.
 MRL_UTF8_BLOCKS_TARGET uint64_t LowBits(unsigned count) noexcept { return _bzhi_u64(~uint64_t{0}, count); }
 
+// Byte indices for the byte permute, 64 at a time.
+struct alignas(64) ByteIndex {
+  uint8_t index[64];
+};
+
 // A 32-bit lane of the decoder holds the four bytes from its position on, lead byte on top:
 // lane p is in[p] << 24 | in[p + 1] << 16 | in[p + 2] << 8 | in[p + 3], for p from `first` on.
-MRL_UTF8_BLOCKS_TARGET __m512i DecodeGather(int first) noexcept {
-  alignas(64) uint8_t index[64];
+constexpr ByteIndex MakeDecodeGather(int first) {
+  ByteIndex gather{};
   for (int p = 0; p < 16; ++p) {
-    for (int k = 0; k < 4; ++k) index[4 * p + k] = static_cast<uint8_t>(first + p + 3 - k);
+    for (int k = 0; k < 4; ++k) gather.index[4 * p + k] = static_cast<uint8_t>(first + p + 3 - k);
   }
-  return _mm512_load_si512(index);
+  return gather;
 }
+constexpr ByteIndex kGatherLow = MakeDecodeGather(0);
+constexpr ByteIndex kGatherHigh = MakeDecodeGather(16);
+
+// Lane k holds the bytes of the k-th three-byte character, last to first, under a zero byte
+// (the byte permute zeroes byte 3 of each lane).
+constexpr ByteIndex MakeThreeByteGather() {
+  ByteIndex gather{};
+  for (int k = 0; k < 16; ++k) {
+    for (int b = 0; b < 4; ++b) gather.index[4 * k + b] = static_cast<uint8_t>(b < 3 ? 3 * k + 2 - b : 0);
+  }
+  return gather;
+}
+constexpr ByteIndex kThreeByteGather = MakeThreeByteGather();
+
+MRL_UTF8_BLOCKS_TARGET __m512i Load(const ByteIndex& table) noexcept { return _mm512_load_si512(table.index); }
 
 // Tables indexed by the leading one bits of a lane (0 for ASCII, 2 to 4 for leads, 5 to 8 for
 // bytes that never lead): the payload bits of the four bytes, the shift that drops the bytes
@@ -68,7 +88,7 @@ struct DecodeTables {
   __m512i payloadMasks, payloadShifts, leastValues;
 };
 
-// The characters that would start at the sixteen positions of `lanes` (see DecodeGather), and in
+// The characters that would start at the sixteen positions of `lanes` (see MakeDecodeGather), and in
 // `bad` the lanes whose value is overlong, a surrogate, beyond U+10FFFF or from a byte that never
 // leads.
 MRL_UTF8_BLOCKS_TARGET __m512i DecodeLanes(__m512i lanes, const DecodeTables& t, __mmask16& bad) noexcept {
@@ -82,16 +102,6 @@ MRL_UTF8_BLOCKS_TARGET __m512i DecodeLanes(__m512i lanes, const DecodeTables& t,
         _mm512_cmpgt_epu32_mask(value, _mm512_set1_epi32(0x10FFFF)) |
         _mm512_cmpeq_epi32_mask(_mm512_and_si512(value, _mm512_set1_epi32(~0x7FF)), _mm512_set1_epi32(0xD800));
   return value;
-}
-
-// Lane k holds the bytes of the k-th three-byte character, last to first, under a zero byte
-// (the byte permute zeroes byte 3 of each lane).
-MRL_UTF8_BLOCKS_TARGET __m512i ThreeByteGather() noexcept {
-  alignas(64) uint8_t index[64];
-  for (int k = 0; k < 16; ++k) {
-    for (int b = 0; b < 4; ++b) index[4 * k + b] = static_cast<uint8_t>(b < 3 ? 3 * k + 2 - b : 0);
-  }
-  return _mm512_load_si512(index);
 }
 
 // Decodes sixteen three-byte characters from the first 48 of `bytes`, whose lead bytes are E0 to
@@ -117,9 +127,9 @@ MRL_UTF8_BLOCKS_TARGET bool DecodeThreeByteRun(__m512i bytes, __m512i gather, wc
 // Writes only the units it decodes, so it needs no check of the room: every lead byte has one.
 MRL_UTF8_BLOCKS_TARGET void Decode(const unsigned char* in, size_t length, wchar_t* out, size_t /*room*/,
                                    size_t& inPos, size_t& outPos) noexcept {
-  const __m512i gatherLow = DecodeGather(0);
-  const __m512i gatherHigh = DecodeGather(16);
-  const __m512i threeByteGather = ThreeByteGather();
+  const __m512i gatherLow = Load(kGatherLow);
+  const __m512i gatherHigh = Load(kGatherHigh);
+  const __m512i threeByteGather = Load(kThreeByteGather);
   const DecodeTables tables{PayloadMasks(), PayloadShifts(), LeastValues()};
   const __m512i firstLead = _mm512_set1_epi8(static_cast<char>(0xC0));
   size_t i = inPos;
@@ -225,25 +235,29 @@ MRL_UTF8_BLOCKS_TARGET size_t Utf8Size(const wchar_t* text, size_t length) noexc
 // Tables of the encoder, indexed by the leading zero bits of a scalar value (11 to 32, read modulo
 // 32): the length of its UTF-8 form in each byte of a lane, the payload bits of the spread value,
 // the shift that drops the bytes a shorter form does not use, and the marker bits.
-struct EncodeTables {
-  __m512i lengthLow, lengthHigh, keepLow, keepHigh, shiftLow, shiftHigh, markLow, markHigh;
+struct alignas(64) EncodeTables {
+  int32_t length[32], keep[32], shift[32], mark[32];
 };
 
-MRL_UTF8_BLOCKS_TARGET EncodeTables MakeEncodeTables() noexcept {
-  alignas(64) int32_t length[32], keep[32], shift[32], mark[32];
+constexpr EncodeTables MakeEncodeTables() {
+  EncodeTables t{};
+  constexpr int32_t kKeep[] = {0x7F000000, 0x3F3F0000, 0x3F3F3F00, 0x3F3F3F07};
+  constexpr int32_t kMark[] = {0, 0x80C0, 0x8080E0, static_cast<int32_t>(0x808080F0)};
   for (int zeros = 0; zeros < 32; ++zeros) {
     const int bits = zeros == 0 ? 0 : 32 - zeros;
     const int n = bits <= 7 ? 1 : bits <= 11 ? 2 : bits <= 16 ? 3 : 4;
-    static const int32_t kKeep[] = {0x7F000000, 0x3F3F0000, 0x3F3F3F00, 0x3F3F3F07};
-    static const int32_t kMark[] = {0, 0x80C0, 0x8080E0, static_cast<int32_t>(0x808080F0)};
-    length[zeros] = n * 0x01010101;
-    keep[zeros] = kKeep[n - 1];
-    shift[zeros] = 8 * (4 - n);
-    mark[zeros] = kMark[n - 1];
+    t.length[zeros] = n * 0x01010101;
+    t.keep[zeros] = kKeep[n - 1];
+    t.shift[zeros] = 8 * (4 - n);
+    t.mark[zeros] = kMark[n - 1];
   }
-  return {_mm512_load_si512(length), _mm512_load_si512(length + 16), _mm512_load_si512(keep),
-          _mm512_load_si512(keep + 16),   _mm512_load_si512(shift),       _mm512_load_si512(shift + 16),
-          _mm512_load_si512(mark),        _mm512_load_si512(mark + 16)};
+  return t;
+}
+constexpr EncodeTables kEncodeTables = MakeEncodeTables();
+
+// Looks up a table of 32 entries by the low five bits of each lane of `index`.
+MRL_UTF8_BLOCKS_TARGET __m512i Lookup32(const int32_t (&table)[32], __m512i index) noexcept {
+  return _mm512_permutex2var_epi32(_mm512_load_si512(table), index, _mm512_load_si512(table + 16));
 }
 
 // Each lane spreads its value into four six-bit fields, lead field on the low byte, shifts out the
@@ -251,7 +265,7 @@ MRL_UTF8_BLOCKS_TARGET EncodeTables MakeEncodeTables() noexcept {
 // Writes only the bytes it encodes, all the units: the capacity is the UTF-8 size at least.
 MRL_UTF8_BLOCKS_TARGET void Encode(const wchar_t* text, size_t length, unsigned char* out, size_t /*capacity*/,
                                    size_t& inPos, size_t& outPos) noexcept {
-  const EncodeTables t = MakeEncodeTables();
+  const EncodeTables& t = kEncodeTables;
   // Byte k of a 64-bit pair of lanes takes bits 18, 12, 6 and 0 of its lane, in that order.
   const __m512i spreadControl = _mm512_set1_epi64(0x20262C3200060C12);
   const __m512i byteInLane = _mm512_set1_epi32(0x03020100);
@@ -291,11 +305,11 @@ MRL_UTF8_BLOCKS_TARGET void Encode(const wchar_t* text, size_t length, unsigned 
     units = _mm512_mask_mov_epi32(units, notScalar, _mm512_set1_epi32(0xFFFD));
     const __m512i zeros = _mm512_lzcnt_epi32(units);
     const __m512i spread = _mm512_multishift_epi64_epi8(spreadControl, units);
-    __m512i bytes = _mm512_and_si512(spread, _mm512_permutex2var_epi32(t.keepLow, zeros, t.keepHigh));
-    bytes = _mm512_srlv_epi32(bytes, _mm512_permutex2var_epi32(t.shiftLow, zeros, t.shiftHigh));
-    bytes = _mm512_or_si512(bytes, _mm512_permutex2var_epi32(t.markLow, zeros, t.markHigh));
+    __m512i bytes = _mm512_and_si512(spread, Lookup32(t.keep, zeros));
+    bytes = _mm512_srlv_epi32(bytes, Lookup32(t.shift, zeros));
+    bytes = _mm512_or_si512(bytes, Lookup32(t.mark, zeros));
     // Lanes beyond the text get length 0 and give no bytes.
-    const __m512i lengths = _mm512_maskz_permutex2var_epi32(valid, t.lengthLow, zeros, t.lengthHigh);
+    const __m512i lengths = _mm512_maskz_mov_epi32(valid, Lookup32(t.length, zeros));
     const __mmask64 used = _mm512_cmplt_epu8_mask(byteInLane, lengths);
     const auto written = static_cast<unsigned>(_mm_popcnt_u64(used));
     _mm512_mask_storeu_epi8(out + o, LowBits(written), _mm512_maskz_compress_epi8(used, bytes));

@@ -87,8 +87,9 @@ MRL_UTF8_AVX2_TARGET __m256i DecodeLanes(__m256i lanes) noexcept {
   // have their top bit set, so their lookups give zero.
   const __m256i nibble = _mm256_or_si256(_mm256_srli_epi32(lanes, 28), _mm256_set1_epi32(static_cast<int>(0x80808000)));
   // Payload bits of the lead byte; 8 to B never lead.
-  const __m256i leadMasks = _mm256_setr_epi8(0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0, 0, 0, 0, 0x1F, 0x1F, 0x0F, 0x07,
-                                             0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0, 0, 0, 0, 0x1F, 0x1F, 0x0F, 0x07);
+  const __m256i leadMasks = _mm256_setr_epi8(
+      0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0, 0, 0, 0, 0x1F, 0x1F, 0x0F, 0x07,   // low half
+      0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0, 0, 0, 0, 0x1F, 0x1F, 0x0F, 0x07);  // high half
   // The shift that drops the bytes beyond the character.
   const __m256i shifts = _mm256_setr_epi8(18, 18, 18, 18, 18, 18, 18, 18, 0, 0, 0, 0, 12, 12, 6, 0,
                                           18, 18, 18, 18, 18, 18, 18, 18, 0, 0, 0, 0, 12, 12, 6, 0);
@@ -200,8 +201,9 @@ MRL_UTF8_AVX2_TARGET void Decode(const unsigned char* in, size_t length, wchar_t
     // The three bytes after the step, for the claims of its last characters.
     uint32_t after;
     std::memcpy(&after, in + i + 32, sizeof after);
+    const __m128i afterBytes = _mm_cvtsi32_si128(static_cast<int>(after));
     const auto continuationAfter = static_cast<uint64_t>(
-        _mm_movemask_epi8(_mm_cmplt_epi8(_mm_cvtsi32_si128(static_cast<int>(after)), _mm_set1_epi8(static_cast<char>(0xC0)))) & 7);
+        _mm_movemask_epi8(_mm_cmplt_epi8(afterBytes, _mm_set1_epi8(static_cast<char>(0xC0)))) & 7);
     const uint64_t allContinuation = continuation | (continuationAfter << 32);
     const uint64_t claimed = (uint64_t{leadBytes} << 1) | (uint64_t{lead3} << 2) | (uint64_t{lead4} << 3);
     const uint32_t leads = ~continuation;
@@ -310,12 +312,14 @@ MRL_UTF8_AVX2_TARGET void Encode(const wchar_t* text, size_t length, unsigned ch
     const __m256i two = _mm256_cmpgt_epi32(units, _mm256_set1_epi32(0x7F));
     const __m256i three = _mm256_cmpgt_epi32(units, _mm256_set1_epi32(0x7FF));
     const __m256i four = _mm256_cmpgt_epi32(units, _mm256_set1_epi32(0xFFFF));
-    const __m256i lengthLess1 = _mm256_sub_epi32(_mm256_setzero_si256(), _mm256_add_epi32(_mm256_add_epi32(two, three), four));
+    const __m256i lengthLess1 =
+        _mm256_sub_epi32(_mm256_setzero_si256(), _mm256_add_epi32(_mm256_add_epi32(two, three), four));
     // Lead field (bits 18 on) in byte 0, then bits 12, 6 and 0 (the last with seven bits, for ASCII).
-    const __m256i spread = _mm256_or_si256(
-        _mm256_or_si256(_mm256_srli_epi32(units, 18), _mm256_and_si256(_mm256_srli_epi32(units, 4), _mm256_set1_epi32(0x3F00))),
-        _mm256_or_si256(_mm256_and_si256(_mm256_slli_epi32(units, 10), _mm256_set1_epi32(0x3F0000)),
-                        _mm256_and_si256(_mm256_slli_epi32(units, 24), _mm256_set1_epi32(0x7F000000))));
+    const __m256i byte1 = _mm256_and_si256(_mm256_srli_epi32(units, 4), _mm256_set1_epi32(0x3F00));
+    const __m256i byte2 = _mm256_and_si256(_mm256_slli_epi32(units, 10), _mm256_set1_epi32(0x3F0000));
+    const __m256i byte3 = _mm256_and_si256(_mm256_slli_epi32(units, 24), _mm256_set1_epi32(0x7F000000));
+    const __m256i spread =
+        _mm256_or_si256(_mm256_or_si256(_mm256_srli_epi32(units, 18), byte1), _mm256_or_si256(byte2, byte3));
     const __m256i bytes = _mm256_or_si256(
         _mm256_srlv_epi32(_mm256_and_si256(spread, _mm256_permutevar8x32_epi32(keep, lengthLess1)),
                           _mm256_permutevar8x32_epi32(shift, lengthLess1)),

@@ -206,7 +206,8 @@ MRL_UTF8_BLOCKS_TARGET size_t Utf8Size(const wchar_t* text, size_t length) noexc
     size_t i = start;
     while (i < end) {
       const size_t count = end - i >= 16 ? 16 : end - i;
-      const __m512i units = _mm512_maskz_loadu_epi32(static_cast<__mmask16>(LowBits(static_cast<unsigned>(count))), text + i);
+      const auto valid = static_cast<__mmask16>(LowBits(static_cast<unsigned>(count)));
+      const __m512i units = _mm512_maskz_loadu_epi32(valid, text + i);
       i += count;
       const __mmask16 two = _mm512_cmpgt_epu32_mask(units, _mm512_set1_epi32(0x7F));
       if (two == 0) {

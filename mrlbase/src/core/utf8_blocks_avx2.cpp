@@ -58,6 +58,10 @@ constexpr std::array<PackBytes, 256> MakePackBytes() {
 }
 constexpr std::array<PackBytes, 256> kPackBytes = MakePackBytes();
 
+// Bit k of a 4-bit mask moved to bit 2k.
+constexpr uint8_t kEvenBits[16] = {0x00, 0x01, 0x04, 0x05, 0x10, 0x11, 0x14, 0x15,
+                                   0x40, 0x41, 0x44, 0x45, 0x50, 0x51, 0x54, 0x55};
+
 MRL_UTF8_AVX2_TARGET size_t CountLeads(const unsigned char* in, size_t length) noexcept {
   const __m256i lastContinuation = _mm256_set1_epi8(static_cast<char>(0xBF));  // signed: every byte above is not one
   size_t count = 0;
@@ -69,6 +73,11 @@ MRL_UTF8_AVX2_TARGET size_t CountLeads(const unsigned char* in, size_t length) n
   }
   for (; i < length; ++i) count += (in[i] & 0xC0) != 0x80;
   return count;
+}
+
+// Bit k set when 32-bit lane k of `mask` is all ones.
+MRL_UTF8_AVX2_TARGET unsigned LaneBits(__m256i mask) noexcept {
+  return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(mask)));
 }
 
 // The characters that would start at the eight positions of `lanes` (lane k holds the four bytes
@@ -315,12 +324,9 @@ MRL_UTF8_AVX2_TARGET void Encode(const wchar_t* text, size_t length, unsigned ch
         _mm256_srlv_epi32(_mm256_and_si256(spread, _mm256_permutevar8x32_epi32(keep, lengthLess1)),
                           _mm256_permutevar8x32_epi32(shift, lengthLess1)),
         _mm256_permutevar8x32_epi32(mark, lengthLess1));
-    // The pack index of each half: the lengths less one as two-bit fields, summed over the lanes.
-    const __m256i fields = _mm256_sllv_epi32(lengthLess1, _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6));
-    const __m256i pairSums = _mm256_sad_epu8(fields, _mm256_setzero_si256());
-    const __m256i sums = _mm256_add_epi64(pairSums, _mm256_srli_si256(pairSums, 8));
-    const auto lowIndex = static_cast<unsigned>(_mm_cvtsi128_si32(_mm256_castsi256_si128(sums)));
-    const auto highIndex = static_cast<unsigned>(_mm_cvtsi128_si32(_mm256_extracti128_si256(sums, 1)));
+    const unsigned m2 = LaneBits(two), m3 = LaneBits(three), m4 = LaneBits(four);
+    const unsigned lowIndex = kEvenBits[m2 & 15] + kEvenBits[m3 & 15] + kEvenBits[m4 & 15];
+    const unsigned highIndex = kEvenBits[m2 >> 4] + kEvenBits[m3 >> 4] + kEvenBits[m4 >> 4];
     const PackBytes& lowPack = kPackBytes[lowIndex];
     const PackBytes& highPack = kPackBytes[highIndex];
     const __m256i order = _mm256_inserti128_si256(

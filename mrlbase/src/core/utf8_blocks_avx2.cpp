@@ -226,6 +226,14 @@ MRL_UTF8_AVX2_TARGET void Decode(const unsigned char* in, size_t length, wchar_t
   outPos = o;
 }
 
+// Loads the 32 units at `text` into `parts`; true when all of them are ASCII.
+MRL_UTF8_AVX2_TARGET bool LoadAsciiRun(const wchar_t* text, __m256i (&parts)[4]) noexcept {
+  const auto* run = reinterpret_cast<const __m256i*>(text);
+  for (int k = 0; k < 4; ++k) parts[k] = _mm256_loadu_si256(run + k);
+  const __m256i any = _mm256_or_si256(_mm256_or_si256(parts[0], parts[1]), _mm256_or_si256(parts[2], parts[3]));
+  return _mm256_testz_si256(any, _mm256_set1_epi32(~0x7F)) != 0;
+}
+
 MRL_UTF8_AVX2_TARGET size_t Utf8Size(const wchar_t* text, size_t length) noexcept {
   // Each lane counts minus the bytes beyond the first; a lane loses at most 3 a step, so the lanes
   // are summed every 2^26 steps.
@@ -241,13 +249,8 @@ MRL_UTF8_AVX2_TARGET size_t Utf8Size(const wchar_t* text, size_t length) noexcep
       i += 8;
       if (_mm256_testz_si256(units, _mm256_set1_epi32(~0x7F))) {
         // An ASCII block often starts a long run, which adds nothing: skip it 32 units at a time.
-        while (end - i >= 32) {
-          const auto* run = reinterpret_cast<const __m256i*>(text + i);
-          const __m256i any = _mm256_or_si256(_mm256_or_si256(_mm256_loadu_si256(run), _mm256_loadu_si256(run + 1)),
-                                              _mm256_or_si256(_mm256_loadu_si256(run + 2), _mm256_loadu_si256(run + 3)));
-          if (!_mm256_testz_si256(any, _mm256_set1_epi32(~0x7F))) break;
-          i += 32;
-        }
+        __m256i parts[4];
+        while (end - i >= 32 && LoadAsciiRun(text + i, parts)) i += 32;
         continue;
       }
       const __m256i beyond = _mm256_cmpeq_epi32(_mm256_max_epu32(units, _mm256_set1_epi32(0x110000)), units);
@@ -286,17 +289,11 @@ MRL_UTF8_AVX2_TARGET void Encode(const wchar_t* text, size_t length, unsigned ch
       i += 8;
       o += 8;
       // An ASCII block often starts a long run: go on 32 units at a time.
-      while (length - i >= 32 && capacity - o >= 32) {
-        const auto* run = reinterpret_cast<const __m256i*>(text + i);
-        const __m256i a = _mm256_loadu_si256(run);
-        const __m256i b = _mm256_loadu_si256(run + 1);
-        const __m256i c = _mm256_loadu_si256(run + 2);
-        const __m256i d = _mm256_loadu_si256(run + 3);
-        const __m256i any = _mm256_or_si256(_mm256_or_si256(a, b), _mm256_or_si256(c, d));
-        if (!_mm256_testz_si256(any, _mm256_set1_epi32(~0x7F))) break;
+      __m256i parts[4];
+      while (length - i >= 32 && capacity - o >= 32 && LoadAsciiRun(text + i, parts)) {
         // The packs work within 128-bit halves; the final permute puts the bytes back in order.
-        const __m256i words = _mm256_packs_epi32(a, b);
-        const __m256i words2 = _mm256_packs_epi32(c, d);
+        const __m256i words = _mm256_packs_epi32(parts[0], parts[1]);
+        const __m256i words2 = _mm256_packs_epi32(parts[2], parts[3]);
         const __m256i packed = _mm256_packus_epi16(words, words2);
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + o),
                             _mm256_permutevar8x32_epi32(packed, _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7)));

@@ -188,6 +188,14 @@ MRL_UTF8_BLOCKS_TARGET void Decode(const unsigned char* in, size_t length, wchar
   outPos = o;
 }
 
+// Loads the 64 units at `text` into `parts`; true when all of them are ASCII.
+MRL_UTF8_BLOCKS_TARGET bool LoadAsciiRun(const wchar_t* text, __m512i (&parts)[4]) noexcept {
+  const auto* run = reinterpret_cast<const __m512i*>(text);
+  for (int k = 0; k < 4; ++k) parts[k] = _mm512_loadu_si512(run + k);
+  const __m512i any = _mm512_or_si512(_mm512_or_si512(parts[0], parts[1]), _mm512_or_si512(parts[2], parts[3]));
+  return _mm512_test_epi32_mask(any, _mm512_set1_epi32(~0x7F)) == 0;
+}
+
 // Minus the bytes beyond the first of each lane, summed over 64-bit lanes.
 MRL_UTF8_BLOCKS_TARGET int64_t SumLanes(__m512i lanes) noexcept {
   return _mm512_reduce_add_epi64(_mm512_add_epi64(_mm512_cvtepi32_epi64(_mm512_castsi512_si256(lanes)),
@@ -212,13 +220,8 @@ MRL_UTF8_BLOCKS_TARGET size_t Utf8Size(const wchar_t* text, size_t length) noexc
       const __mmask16 two = _mm512_cmpgt_epu32_mask(units, _mm512_set1_epi32(0x7F));
       if (two == 0) {
         // An ASCII block often starts a long run, which adds nothing: skip it 64 units at a time.
-        while (end - i >= 64) {
-          const auto* run = reinterpret_cast<const __m512i*>(text + i);
-          const __m512i any = _mm512_or_si512(_mm512_or_si512(_mm512_loadu_si512(run), _mm512_loadu_si512(run + 1)),
-                                              _mm512_or_si512(_mm512_loadu_si512(run + 2), _mm512_loadu_si512(run + 3)));
-          if (_mm512_test_epi32_mask(any, _mm512_set1_epi32(~0x7F)) != 0) break;
-          i += 64;
-        }
+        __m512i parts[4];
+        while (end - i >= 64 && LoadAsciiRun(text + i, parts)) i += 64;
         continue;
       }
       const __mmask16 three = _mm512_cmpgt_epu32_mask(units, _mm512_set1_epi32(0x7FF));
@@ -282,19 +285,10 @@ MRL_UTF8_BLOCKS_TARGET void Encode(const wchar_t* text, size_t length, unsigned 
       i += count;
       o += count;
       // An ASCII block often starts a long run: go on 64 units at a time.
-      while (length - i >= 64) {
-        const auto* run = reinterpret_cast<const __m512i*>(text + i);
-        const __m512i a = _mm512_loadu_si512(run);
-        const __m512i b = _mm512_loadu_si512(run + 1);
-        const __m512i c = _mm512_loadu_si512(run + 2);
-        const __m512i d = _mm512_loadu_si512(run + 3);
-        const __m512i any = _mm512_or_si512(_mm512_or_si512(a, b), _mm512_or_si512(c, d));
-        if (_mm512_test_epi32_mask(any, _mm512_set1_epi32(~0x7F)) != 0) break;
+      __m512i parts[4];
+      while (length - i >= 64 && LoadAsciiRun(text + i, parts)) {
         auto* bytes = reinterpret_cast<__m128i*>(out + o);
-        _mm_storeu_si128(bytes, _mm512_cvtepi32_epi8(a));
-        _mm_storeu_si128(bytes + 1, _mm512_cvtepi32_epi8(b));
-        _mm_storeu_si128(bytes + 2, _mm512_cvtepi32_epi8(c));
-        _mm_storeu_si128(bytes + 3, _mm512_cvtepi32_epi8(d));
+        for (int k = 0; k < 4; ++k) _mm_storeu_si128(bytes + k, _mm512_cvtepi32_epi8(parts[k]));
         i += 64;
         o += 64;
       }

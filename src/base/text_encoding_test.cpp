@@ -15,12 +15,18 @@ const wchar_t kWide[] = L"Gr\u00FC\u00DFe, \u4E16\u754C \U0001F642";
 TEST(TextEncodingTest, ConvertsBetweenUtf8AndWide) {
   EXPECT_EQ(Utf82Unicode(kUtf8, -1), kWide);
   EXPECT_EQ(Unicode2Utf8(kWide, -1), kUtf8);
-  // An explicit length counts source units: 4 bytes end in the middle of "ü".
+  // An explicit length counts source units: 3 bytes end in the middle of "ü".
   EXPECT_EQ(Utf82Unicode(kUtf8, 3), L"Gr\uFFFD");
   EXPECT_EQ(Unicode2Utf8(kWide, 3), "Gr\xC3\xBC");
+  // In the process's default "C" locale the local encoding is taken as UTF-8.
+  ASSERT_STREQ(std::setlocale(LC_CTYPE, nullptr), "C");
+  EXPECT_EQ(Local2Unicode(kUtf8, -1), kWide);
+  EXPECT_EQ(Unicode2Local(kWide, -1), kUtf8);
+  EXPECT_EQ(Utf82Local(kUtf8, -1), kUtf8);
+  EXPECT_EQ(Local2Utf8(kUtf8, -1), kUtf8);
 }
 
-TEST(TextEncodingTest, EmptyNullAndZeroLengthGiveEmpty) {
+TEST(TextEncodingTest, EmptyNullZeroLengthAndEmbeddedZero) {
   EXPECT_EQ(Utf82Unicode("abc", 0), L"");
   EXPECT_EQ(Unicode2Utf8(L"abc", 0), "");
   EXPECT_EQ(Local2Unicode("abc", 0), L"");
@@ -30,9 +36,7 @@ TEST(TextEncodingTest, EmptyNullAndZeroLengthGiveEmpty) {
   EXPECT_EQ(Utf82Unicode(nullptr, -1), L"");
   EXPECT_EQ(Unicode2Utf8(nullptr, 5), "");
   EXPECT_EQ(Local2Utf8(nullptr, -1), "");
-}
-
-TEST(TextEncodingTest, ResultEndsAtFirstZeroUnit) {
+  // The result ends at the first zero unit, even inside an explicit length.
   EXPECT_EQ(Utf82Unicode("a\0b", 3), L"a");
   EXPECT_EQ(Unicode2Utf8(L"a\0b", 3), "a");
   EXPECT_EQ(Utf82Local("x\0yz", 4), "x");
@@ -47,16 +51,6 @@ TEST(TextEncodingTest, IllFormedInputIsSubstitutedNotRefused) {
   // A wide unit that is no Unicode scalar value cannot be written as UTF-8.
   const wchar_t surrogate[] = {L'x', static_cast<wchar_t>(0xD800), L'y', 0};
   EXPECT_EQ(Unicode2Utf8(surrogate, -1), "x\xEF\xBF\xBDy");
-}
-
-// In the process's default "C" locale the local encoding is taken as UTF-8, so the local
-// conversions agree with the UTF-8 ones.
-TEST(TextEncodingTest, LocalEncodingInDefaultLocaleIsUtf8) {
-  ASSERT_STREQ(std::setlocale(LC_CTYPE, nullptr), "C");
-  EXPECT_EQ(Local2Unicode(kUtf8, -1), kWide);
-  EXPECT_EQ(Unicode2Local(kWide, -1), kUtf8);
-  EXPECT_EQ(Utf82Local(kUtf8, -1), kUtf8);
-  EXPECT_EQ(Local2Utf8(kUtf8, -1), kUtf8);
 }
 
 TEST(TextEncodingTest, RoundTripsRandomScalarValues) {

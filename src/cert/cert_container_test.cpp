@@ -143,7 +143,6 @@ TEST(CertPkcs12, RefusalsAndTheirCodes) {
   X509* cert = nullptr;
   EXPECT_EQ(LoadPkcs12Certificate(CertFixture("root_legacy.p12"), "nope", &cert), 1);
   EXPECT_EQ(cert, nullptr);
-  EXPECT_EQ(LoadPkcs12Certificate(CMRL_ByteString(), "", &cert), -1);
 }
 
 TEST(CertPkcs12, ThreadsOpeningContainersAtOnce) {

@@ -36,7 +36,7 @@ TEST(PathStringsTest, ConvertPathSepRewritesBothSeparatorsOnly) {
   EXPECT_EQ(s, std::string("a/b\0c/d", 7));
 }
 
-TEST(PathStringsTest, PathJoinSeparatorRules) {
+TEST(PathStringsTest, PathJoinSeparatorRulesAndPieces) {
   EXPECT_EQ(PathJoin("a", "b", nullptr), "a/b");
   EXPECT_EQ(PathJoin("a/", "/b", nullptr), "a/b");
   EXPECT_EQ(PathJoin("a\\", "b", nullptr), "a\\b");
@@ -49,9 +49,7 @@ TEST(PathStringsTest, PathJoinSeparatorRules) {
   EXPECT_EQ(PathJoin("a", nullptr, "c", nullptr), "a/c");   // a null second piece is not the end
   EXPECT_EQ(PathJoin(nullptr, nullptr, nullptr), "");
   EXPECT_EQ(PathJoin("a/b\\", "c/d", nullptr), "a/b\\c/d");
-}
-
-TEST(PathStringsTest, PathJoinTakesPiecesUpToTheClosingNull) {
+  // Pieces are taken up to the closing null.
   EXPECT_EQ(PathJoin("a", "b", "c", nullptr), "a/b/c");
   EXPECT_EQ(PathJoin("a", "b", "", "c", nullptr), "a/b/c");   // empty is skipped, not the end
   EXPECT_EQ(PathJoin("a", "b", "c", nullptr, "d", nullptr), "a/b/c");
@@ -68,7 +66,6 @@ TEST(PathStringsTest, GetFileExtSearchesBackwardAcrossSeparators) {
   // The search starts at the last byte inside the length; the text runs to the terminator.
   const char* path = "a.b.c";
   EXPECT_EQ(GetFileExt(path, 3), path + 1);
-  EXPECT_STREQ(GetFileExt(path, 3), ".b.c");
   EXPECT_STREQ(GetFileExt(path, 1), "");
   // No-result answers point to one constant text, not into the path.
   EXPECT_EQ(GetFileExt("abc", -1), GetFileExt("xyz", -1));
@@ -89,7 +86,6 @@ TEST(PathStringsTest, GetFileNameCutsTheLastComponent) {
   EXPECT_EQ(Str(GetFileName("C:\\d\\n.txt", -1)), "n");
   EXPECT_EQ(Str(GetFileName("n.txt", -1)), "n");
   EXPECT_EQ(Str(GetFileName("n", -1)), "n");
-  EXPECT_EQ(Str(GetFileName("C:\\d\\n", -1)), "n");
   EXPECT_EQ(Str(GetFileName("\\n", -1)), "n");
   EXPECT_EQ(Str(GetFileName("d\\.cfg", -1)), "");
   EXPECT_EQ(Str(GetFileName(".cfg", -1)), "");

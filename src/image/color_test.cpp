@@ -1,8 +1,6 @@
 #include <zelutility/color.h>
 
 #include <gtest/gtest.h>
-#include <zelutility/json_factory.h>
-#include <zelutility/json_helper.h>
 
 namespace {
 
@@ -36,32 +34,27 @@ void ExpectColor(const char* text, CA_ColorSpace space, unsigned int word) {
   EXPECT_EQ(p.word, word) << std::hex << "\"" << text << "\" gave 0x" << p.word;
 }
 
-TEST(ParseColorStringTest, HexadecimalPacksPairsByColorSpace) {
+TEST(ParseColorStringTest, HexadecimalPacksPairsByColorSpaceOrRefuses) {
   ExpectColor("#FF0000", CA_COLORSPACE_Rgb, 0x000000FFu);  // red is the lowest byte
   ExpectColor("#123456", CA_COLORSPACE_Rgb, 0x00563412u);
   ExpectColor("#aBcDEf", CA_COLORSPACE_Rgb, 0x00EFCDABu);
   ExpectColor("#80", CA_COLORSPACE_Gray, 0x00808080u);
   ExpectColor("#80402010", CA_COLORSPACE_Argb, 0x80402010u);  // first pair is the highest byte
-}
-
-TEST(ParseColorStringTest, HexadecimalRefusesWrongLengthOrDigits) {
-  // Then a character outside the digits in any pair, high or low position.
+  // Wrong lengths, then a character outside the digits in any pair, high or low position.
   for (const char* text : {"#", "#1", "#123", "#1234", "#12345", "#1234567", "#123456789", "#FF0000 ", "#1 2 3",
                            "#G0", "#0G", "#12345Z", "#Z23456", "#12 456", "#-1", "#1234567x"}) {
     ExpectRefused(text);
   }
 }
 
-TEST(ParseColorStringTest, DecimalCountsDecideColorSpace) {
+TEST(ParseColorStringTest, DecimalCountsDecideColorSpaceAndNumbersSpill) {
   ExpectColor("128", CA_COLORSPACE_Gray, 0x00808080u);
   ExpectColor("1 2 3", CA_COLORSPACE_Rgb, 0x00030201u);
   ExpectColor("1 2 3 4", CA_COLORSPACE_Argb, 0x01020304u);
   for (const char* text : {"1 2", "1 2 3 4 5", "1 2 3 4 5 6 7 8 9", "", "   ", " \t\r\n\v\f"}) {
     ExpectRefused(text);
   }
-}
-
-TEST(ParseColorStringTest, DecimalNumbersSpillIntoNeighbouringBytes) {
+  // Numbers past a byte spill into the neighbouring bytes.
   ExpectColor("300", CA_COLORSPACE_Gray, 0x012D2D2Cu);
   ExpectColor("-1", CA_COLORSPACE_Gray, 0xFFFFFFFFu);
   ExpectColor("256 0 0", CA_COLORSPACE_Rgb, 0x00000100u);  // carries into green
@@ -99,27 +92,6 @@ TEST(ParseColorByteTest, WritesRgbOnlyAndRoundTrips) {
     const Parsed back = Parse(text.c_str());
     EXPECT_TRUE(back.ok && back.space == CA_COLORSPACE_Rgb) << text.c_str();
     EXPECT_EQ(back.word, word & 0x00FFFFFFu) << text.c_str();
-  }
-}
-
-// A parsed word passes through the JSON colour array of its space unchanged.
-TEST(ParseColorStringTest, WordsTravelThroughJsonColorArrays) {
-  const struct {
-    const char* text;
-    const char* json;
-  } rows[] = {
-      {"#FF8000", "[255,128,0]"}, {"10 20 30", "[10,20,30]"},     {"#80", "[128]"},
-      {"7", "[7]"},               {"#C0102030", "[192,16,32,48]"}, {"1 2 3 4", "[1,2,3,4]"},
-  };
-  for (const auto& row : rows) {
-    const Parsed p = Parse(row.text);
-    ASSERT_TRUE(p.ok) << row.text;
-    const auto node = ZELJsonHelper::FromColor(p.space, p.word);
-    ASSERT_NE(node, nullptr) << row.text;
-    EXPECT_STREQ(ZELJsonFactory::BuildJsonString(node, nullptr).c_str(), row.json) << row.text;
-    unsigned int back = ~p.word;
-    ASSERT_TRUE(ZELJsonHelper::ToColor(node, p.space, back)) << row.text;
-    EXPECT_EQ(back, p.word) << row.text;
   }
 }
 

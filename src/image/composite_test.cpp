@@ -146,7 +146,6 @@ TEST(GetAutoCalClipRect, FindsStrongEdgesWithAMarginOfOne) {
       {"corner reaches the last row and column", 20, 16, 0x00FFFFFF, 17, 13, 19, 15, 0x12000000, "15,11,19,15"},
       {"2 wide: no interior", 2, 40, 0xFFFFFFFF, 0, 0, 0, 0, 0xFF000000, nullptr},
       {"2 high", 40, 2, 0xFFFFFFFF, 0, 0, 0, 0, 0xFF000000, nullptr},
-      {"1 x 1", 1, 1, 0xFFFFFFFF, 0, 0, 0, 0, 0xFF000000, nullptr},
       {"3 x 3", 3, 3, 0xFFFFFFFF, 0, 0, 0, 2, 0xFF000000, "0,0,2,2"},
       // (1, 1, 1) weighs in just under 1 and truncates to 0, so the step to 25 is a strong 100;
       // rounding the gray to 1 would leave a middle 96 that dies.

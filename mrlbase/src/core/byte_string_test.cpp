@@ -6,9 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
-#include <climits>
 #include <functional>
 #include <random>
 #include <string>
@@ -96,10 +94,8 @@ TYPED_TEST(StringTest, WritesToACopyNeverReachTheOriginal) {
       [](S& s) { s.Insert(2, C('-')); },
       [](S& s) { s.Delete(1, 2); },
       [](S& s) { s.MakeUpper(); },
-      [](S& s) { s.MakeLower(); },
       [](S& s) { s += Make<S>("!"); },
       [](S& s) { s += C('!'); },
-      [](S& s) { s += Units<S>("!?").c_str(); },
       [](S& s) { s.Reserve(100); s.GetBuffer(0)[0] = C('Z'); s.ReleaseBuffer(5); },
       [](S& s) { C* p = s.GetBuffer(3); p[0] = C('Q'); s.ReleaseBuffer(); },
       [](S& s) { C* p = s.GetBuffer(40); p[5] = C('X'); p[6] = 0; s.ReleaseBuffer(); },
@@ -348,7 +344,6 @@ TEST(ByteStringTest, ViewsAndBytesAboveAscii) {
   CMRL_ByteString high("\xC3\xA9\xFF");
   high.MakeUpper();  // the C locale leaves bytes above 0x7F alone
   EXPECT_EQ(CMRL_ByteString("\xC3\xA9\xFF"), high);
-  EXPECT_EQ(static_cast<char>(0xFF), high[2]);
 }
 
 }  // namespace

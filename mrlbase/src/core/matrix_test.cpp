@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <mrlbase/device_rect.h>
-#include <mrlbase/psv_template.h>
 
 namespace {
 
@@ -25,10 +24,7 @@ TEST(MatrixTest, ConcatMatchesApplyingOneAfterTheOther) {
   EXPECT_EQ(rotateScale, rotateScale.Concat(CMRL_Matrix()));
 }
 
-TEST(MatrixTest, DefaultsOfTheValueTypes) {
-  EXPECT_EQ(CMRL_Matrix(1, 0, 0, 1, 0, 0), CMRL_Matrix());
-  EXPECT_EQ(CMRL_PSVTemplate<int>(0, 0), CMRL_PSVTemplate<int>());
-  EXPECT_EQ(CMRL_DeviceRectTemplate<int>(0, 0, 0, 0), CMRL_DeviceRectTemplate<int>());
+TEST(MatrixTest, RectWidthMayBeNegativeAndThenIsEmpty) {
   const CMRL_DeviceRectTemplate<int> flipped(10, 10, 5, 20);
   EXPECT_EQ(-5, flipped.Width());
   EXPECT_TRUE(flipped.IsEmpty());

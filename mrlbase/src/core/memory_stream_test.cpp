@@ -60,12 +60,4 @@ TEST(MemoryStreamTest, TheInitialDataIsACopyAndWritesAppend) {
   EXPECT_FALSE(empty.ReadBlock(&b, 0, 1));
 }
 
-TEST(MemoryStreamTest, UsableThroughBothInterfaces) {
-  CMRL_MemoryStream s;
-  ASSERT_TRUE(static_cast<IMRL_StreamWrite&>(s).WriteBlock("abc", 3));
-  char got[3];
-  ASSERT_TRUE(static_cast<IMRL_StreamRead&>(s).ReadBlock(got, 0, 3));
-  EXPECT_EQ(0, std::memcmp("abc", got, 3));
-}
-
 }  // namespace

@@ -36,7 +36,7 @@ TEST(PathTest, PointsKeepOrderKindAndCoordinates) {
   }
 }
 
-TEST(PathTest, ClosePathFlagsOnlyTheLastPointOfTheFigure) {
+TEST(PathTest, ClosePathFlagsTheLastPointAndOutOfRangeIsRefused) {
   CCA_Path path;
   path.ClosePath();  // nothing to close yet
   EXPECT_EQ(path.GetPointCount(), 0);
@@ -54,12 +54,9 @@ TEST(PathTest, ClosePathFlagsOnlyTheLastPointOfTheFigure) {
   path.ClosePath();  // closing twice changes nothing more
   EXPECT_TRUE(At(path, 4).close);
   EXPECT_EQ(path.GetPointCount(), 5);
-}
 
-TEST(PathTest, OutOfRangeIndexLeavesOutputsAlone) {
-  CCA_Path path;
-  path.MoveTo(1, 1);
-  for (int index : {-1, 1, 1000}) {
+  // An index outside the path is refused and leaves the outputs alone.
+  for (int index : {-1, 5, 1000}) {
     CMRL_PSVTemplate<float> point(7, 8);
     int type = 42;
     bool close = true;

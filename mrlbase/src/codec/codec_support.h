@@ -28,6 +28,9 @@ using DibPtr = std::unique_ptr<CCA_Dib>;
 // Largest image a decoder agrees to allocate, in pixels; a header asking for more is refused
 // before any allocation (a truncated file must not cost gigabytes).
 constexpr int64_t kMaxPixels = int64_t{1} << 28;
+// Most memory a codec library may hold at once while it decodes one file, on top of the bitmap
+// it fills (which kMaxPixels bounds). A file whose decoding would need more is refused.
+constexpr size_t kDecodeMemoryBudget = size_t{1} << 30;
 
 // Reads the whole stream into `out`. False for a null, empty or unreadable stream.
 bool ReadWholeStream(IMRL_StreamRead* stream, std::vector<uint8_t>& out);

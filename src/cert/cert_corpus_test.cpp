@@ -185,7 +185,7 @@ std::optional<std::string> LastCommonName(const X509_NAME* name) {
 // The members that libcrypto can vouch for, computed from `cert` itself. `info` was marked
 // before the reading, so a member with nothing to show must still hold its mark.
 void ExpectRecordShows(const CertInfo& info, X509* cert, const std::string& label) {
-  static const CertInfo marks = MarkedRecord();
+  const CertInfo marks = MarkedRecord();
   EXPECT_EQ(Str(info.version), "V" + std::to_string(X509_get_version(cert) + 1)) << label;
 
   BignumPtr serial(ASN1_INTEGER_to_BN(X509_get0_serialNumber(cert), nullptr), BN_free);
@@ -213,7 +213,7 @@ void ExpectRecordShows(const CertInfo& info, X509* cert, const std::string& labe
 // A reading stopped by a dateless validity text has set what comes before the times and
 // nothing after them.
 void ExpectReadingStoppedAtTheTimes(const CertInfo& info, X509* cert, const std::string& label) {
-  static const CertInfo marks = MarkedRecord();
+  const CertInfo marks = MarkedRecord();
   EXPECT_EQ(Str(info.version), "V" + std::to_string(X509_get_version(cert) + 1)) << label;
   EXPECT_NE(Str(info.serialNumber), Str(marks.serialNumber)) << label;
   EXPECT_EQ(Members(info.subject), Members(marks.subject)) << label;
@@ -256,7 +256,8 @@ TEST(CertCorpus, ManifestListsEveryFileOnce) {
   for (const CorpusFile& file : ReadManifest()) {
     EXPECT_TRUE(file.kind == "parse" || file.kind == "p12") << file.path << ": " << file.kind;
     EXPECT_TRUE(listed.insert(file.path).second) << file.path << " listed twice";
-    EXPECT_GT(fs::file_size(kCorpus + "/" + file.path), 0u) << file.path;
+    const fs::path path = kCorpus + "/" + file.path;
+    EXPECT_TRUE(fs::is_regular_file(path) && fs::file_size(path) > 0) << file.path << " missing or empty";
   }
   std::set<std::string> present;
   for (const auto& entry : fs::recursive_directory_iterator(kCorpus + "/files")) {
@@ -313,48 +314,59 @@ TEST(CertCorpus, ContainersOpenExactlyWhereLibcryptoOpensThem) {
   ASSERT_FALSE(folder.path().empty());
   const std::string exported = folder.path() + "/exported.der";
   const std::vector<std::string> untouched = Members(MarkedRecord());
-  Tally tally;
+  // By password: the documented one, then one character more, which a MAC must refuse.
+  Tally tallies[2];
+  int unopened[2] = {0, 0};  // refused by PKCS12_parse (1); the rest of the refusals hold no certificate
   for (const CorpusFile& file : ReadManifest()) {
     if (file.kind != "p12") continue;
     const std::string bytes = ReadFileBytes(kCorpus + "/" + file.path);
-    const Opened expected = OpenContainer(context, bytes, file.password);
-    CertInfo info = MarkedRecord();
-    int code = 99;
-    bool stopped = false;
-    try {
-      code = ParsePrivateKeyCert(Bytes(bytes), Bytes(file.password), info);
-    } catch (const std::out_of_range&) {
-      stopped = true;
-    }
-    fs::remove(exported);
-    const int exportCode = ExportPublicKeyCert(Bytes(bytes), Bytes(file.password), exported.c_str());
-    EXPECT_EQ(exportCode, expected.code) << file.path;
+    for (int wrong = 0; wrong < 2; ++wrong) {
+      const std::string password = wrong ? file.password + "!" : file.password;
+      const std::string label = file.path + (wrong ? " (wrong password)" : "");
+      Tally& tally = tallies[wrong];
+      const Opened expected = OpenContainer(context, bytes, password);
+      CertInfo info = MarkedRecord();
+      int code = 99;
+      bool stopped = false;
+      try {
+        code = ParsePrivateKeyCert(Bytes(bytes), Bytes(password), info);
+      } catch (const std::out_of_range&) {
+        stopped = true;
+      }
+      fs::remove(exported);
+      EXPECT_EQ(ExportPublicKeyCert(Bytes(bytes), Bytes(password), exported.c_str()), expected.code) << label;
 
-    if (expected.code != 0) {
-      ++tally.refused;
-      EXPECT_EQ(code, expected.code) << file.path;
-      EXPECT_FALSE(stopped) << file.path;
-      EXPECT_EQ(Members(info), untouched) << file.path;
-      EXPECT_FALSE(fs::exists(exported)) << file.path;
-      continue;
+      if (expected.code != 0) {
+        ++tally.refused;
+        if (expected.code == 1) ++unopened[wrong];
+        EXPECT_EQ(code, expected.code) << label;
+        EXPECT_FALSE(stopped) << label;
+        EXPECT_EQ(Members(info), untouched) << label;
+        EXPECT_FALSE(fs::exists(exported)) << label;
+        continue;
+      }
+      // The file holds exactly the certificate, whatever became of the record.
+      EXPECT_EQ(ReadFileBytes(exported), DerOf(expected.cert.get())) << label;
+      const bool mustStop = ReadingStops(expected.cert.get());
+      EXPECT_EQ(stopped, mustStop) << label;
+      if (mustStop) {
+        ++tally.stopped;
+        ExpectReadingStoppedAtTheTimes(info, expected.cert.get(), label);
+        continue;
+      }
+      ++tally.read;
+      EXPECT_EQ(code, 0) << label;
+      ExpectRecordShows(info, expected.cert.get(), label);
+      // The exported file reads back as a DER certificate into the same record.
+      CertInfo again = MarkedRecord();
+      EXPECT_TRUE(ParsePublicKeyCert(Bytes(ReadFileBytes(exported)), again)) << label;
+      EXPECT_EQ(Members(again), Members(info)) << label;
     }
-    // The file holds exactly the certificate, whatever became of the record.
-    EXPECT_EQ(ReadFileBytes(exported), DerOf(expected.cert.get())) << file.path;
-    const bool mustStop = ReadingStops(expected.cert.get());
-    EXPECT_EQ(stopped, mustStop) << file.path;
-    if (mustStop) {
-      ++tally.stopped;
-      ExpectReadingStoppedAtTheTimes(info, expected.cert.get(), file.path);
-      continue;
-    }
-    ++tally.read;
-    EXPECT_EQ(code, 0) << file.path;
-    ExpectRecordShows(info, expected.cert.get(), file.path);
-    // The exported file reads back as a DER certificate into the same record.
-    CertInfo again = MarkedRecord();
-    EXPECT_TRUE(ParsePublicKeyCert(Bytes(ReadFileBytes(exported)), again)) << file.path;
-    EXPECT_EQ(Members(again), Members(info)) << file.path;
   }
-  std::cout << "p12 files: " << tally << "\n";
-  EXPECT_GT(tally.read, 0);
+  std::cout << "p12 files, documented password: " << tallies[0] << " (" << unopened[0]
+            << " of the refusals by PKCS12_parse)\n"
+            << "p12 files, wrong password: " << tallies[1] << " (" << unopened[1]
+            << " of the refusals by PKCS12_parse)\n";
+  EXPECT_GT(tallies[0].read, 0);
+  EXPECT_GT(unopened[1], 0);
 }

@@ -299,6 +299,10 @@ TEST(CertCorpus, PublicFormsReadExactlyWhereLibcryptoFindsACertificate) {
     ++tally.read;
     EXPECT_TRUE(read) << file.path << ": refused, but libcrypto finds a certificate";
     ExpectRecordShows(info, expected.get(), file.path);
+    // Whatever form it came in, the certificate fills the record as its plain DER does.
+    CertInfo fromDer = MarkedRecord();
+    EXPECT_TRUE(ParsePublicKeyCert(Bytes(DerOf(expected.get())), fromDer)) << file.path;
+    EXPECT_EQ(Members(fromDer), Members(info)) << file.path;
   }
   std::cout << "parse files: " << tally << "\n";
   // Both outcomes occur in the corpus; a folder read as all-refused means the files went missing.

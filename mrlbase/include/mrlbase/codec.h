@@ -14,9 +14,10 @@
 //
 // Every decoder gives the picture the way up its file says it is shown: a TIFF Orientation tag
 // and a JPEG's Exif orientation are applied (5-8 swap width and height); a missing, malformed or
-// out-of-range value counts as 1. TIFF samples deeper than 8 bits keep their high eight bits
-// (12- and 16-bit gray, 16-bit RGB and CMYK alike); CMYK becomes CA_DIB_Rgb, and CIE L*a*b*
-// becomes sRGB with the file's white point (D50 when it names none) shown as pure white.
+// out-of-range value counts as 1. TIFF integer samples deeper than 8 bits are narrowed to 8
+// (12- and 16-bit gray, 16-bit RGB and CMYK alike; floating-point samples are refused); CMYK
+// becomes CA_DIB_Rgb, and CIE L*a*b* becomes sRGB with the file's white point (D50 when it
+// names none) shown as pure white.
 // A TIFF or JPEG frame is damaged when the codec library reports an error while reading it, or a
 // warning that pixels were lost (data ending early, corrupt compressed data); warnings it
 // recovers from without losing pixels are not damage.

@@ -12,6 +12,7 @@
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "codec/codec_support.h"
@@ -60,12 +61,18 @@ struct TiffMessages {
 };
 
 // Decoder warnings that mean rows were cut short or patched: the fax decoders warn only about
-// lines of the wrong length, and libjpeg's corrupt-data warnings reach us under "JPEGLib".
+// lines of the wrong length, and libjpeg's warnings reach us as text under "JPEGLib". Of those,
+// bytes skipped between segments lose nothing, bytes skipped before a restart marker do.
 bool LosesPixels(const char* module, const char* text) {
   if (!module) return false;
   if (std::strncmp(module, "Fax", 3) == 0) return true;
-  return std::strcmp(module, "JPEGLib") == 0 &&
-         (std::strncmp(text, "Corrupt JPEG data", 17) == 0 || std::strncmp(text, "Premature end", 13) == 0);
+  if (std::strcmp(module, "JPEGLib") != 0) return false;
+  if (std::strncmp(text, "Premature end", 13) == 0) return true;
+  if (std::strncmp(text, "Corrupt JPEG data", 17) != 0) return false;
+  const char* marker = std::strstr(text, "before marker 0x");
+  if (!marker) return true;
+  const unsigned long code = std::strtoul(marker + 16, nullptr, 16);
+  return code >= 0xD0 && code <= 0xD7;
 }
 int OnError(TIFF*, void* user, const char*, const char*, va_list) {
   auto* messages = static_cast<TiffMessages*>(user);
@@ -243,6 +250,11 @@ class TiffDecoder final : public DecoderBase {
     uint32_t w = 0, h = 0;
     if (!TIFFGetField(tif.get(), TIFFTAG_IMAGEWIDTH, &w) || !TIFFGetField(tif.get(), TIFFTAG_IMAGELENGTH, &h)) return nullptr;
     if (w == 0 || h == 0 || w > 0x7FFFFFFF || h > 0x7FFFFFFF || uint64_t{w} * h > static_cast<uint64_t>(kMaxPixels)) return nullptr;
+    uint16_t sampleFormat = SAMPLEFORMAT_UINT;
+    TIFFGetFieldDefaulted(tif.get(), TIFFTAG_SAMPLEFORMAT, &sampleFormat);
+    // Floating-point and complex samples have no 8-bit reading that keeps the picture; both
+    // readers would take their bits for integers.
+    if (sampleFormat != SAMPLEFORMAT_UINT && sampleFormat != SAMPLEFORMAT_INT && sampleFormat != SAMPLEFORMAT_VOID) return nullptr;
     uint16_t orientation = ORIENTATION_TOPLEFT;
     TIFFGetFieldDefaulted(tif.get(), TIFFTAG_ORIENTATION, &orientation);
     messages.reading = true;

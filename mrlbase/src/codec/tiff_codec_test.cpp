@@ -307,7 +307,7 @@ TEST(TiffCodec, DeepGrayAndCmykNarrowLikeTheirSiblings) {
   for (int x = 0; x < 4; ++x) EXPECT_EQ(Argb(*deep, x, 0), want[x]) << x;
 }
 
-TEST(TiffCodec, DamagedFaxPagesAreRefused) {
+TEST(TiffCodec, DamagedFaxAndJpegPagesAreRefused) {
   auto page = Pattern(200, 120, CA_DIB_1bpp, true);
   const Bytes good = Encode(*page, CA_IMAGE_Tif);
   ASSERT_FALSE(good.empty());
@@ -323,6 +323,24 @@ TEST(TiffCodec, DamagedFaxPagesAreRefused) {
     for (uint32_t i = at; i < at + 8; ++i) bad[i] = 0x00;   // no code word is made of zeros but EOL
     EXPECT_EQ(Decode(bad), nullptr) << "zeros at " << at;
   }
+  // JPEG inside TIFF: a marker in the middle of the entropy data makes libjpeg pad the rest.
+  std::vector<uint32_t> gray(64 * 64);
+  for (size_t i = 0; i < gray.size(); ++i) gray[i] = static_cast<uint32_t>((i % 64) * 3 + (i / 64) * 2);
+  const Bytes jpeg = WriteRows(64, 64, 8, 1, PHOTOMETRIC_MINISBLACK, Pack(gray, 8, 64), [](TIFF* t) {
+    TIFFSetField(t, TIFFTAG_COMPRESSION, COMPRESSION_JPEG);
+    TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, 64);
+  });
+  ASSERT_NE(Decode(jpeg), nullptr);
+  size_t scan = 0;
+  for (size_t i = 8; i + 1 < jpeg.size() && !scan; ++i) {
+    if (jpeg[i] == 0xFF && jpeg[i + 1] == 0xDA) scan = i + 2 + ((jpeg[i + 2] << 8) | jpeg[i + 3]);
+  }
+  ASSERT_GT(scan, 0u);
+  Bytes padded = jpeg;
+  padded[scan + 40] = 0xFF;
+  padded[scan + 41] = 0xD9;
+  EXPECT_EQ(Decode(padded), nullptr);
+
   const std::string dir = TestDataDir() + "/imagecorpus/files/pillow/";
   for (const char* name : {"crash-0da013a13571cc8eb457a39fee8db18f8a3c7127.tif", "crash-74d2a78403a5a59db1fb0a2b8735ac068a75f6e3.tif"}) {
     Bytes file;

@@ -284,7 +284,7 @@ class TiffDecoder final : public DecoderBase {
       // A tile that does not start on a byte would need bit shifting; none is known to exist.
       if (tileW == 0 || tileH == 0 || (uint64_t{tileW} * bits * samples) % 8 != 0 || tileSize <= 0 || tileRow <= 0) return nullptr;
     }
-    const uint64_t bandBytes = uint64_t{static_cast<uint64_t>(scanline)} * std::min<uint64_t>(tileH, static_cast<uint64_t>(h));
+    const uint64_t bandBytes = static_cast<uint64_t>(scanline) * std::min<uint64_t>(tileH, static_cast<uint64_t>(h));
     if (bandBytes + static_cast<uint64_t>(tileSize) > kDecodeMemoryBudget) return nullptr;
 
     DibPtr dib = NewDib(w, h, layout.format);

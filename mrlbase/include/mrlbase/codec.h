@@ -11,6 +11,16 @@
 // Decoders give 1 bpp or 8 bpp with a palette for bilevel and indexed images, 8 bpp with the gray
 // ramp for gray ones, CA_DIB_Rgb for colour and CA_DIB_Argb wherever the file carries alpha or
 // transparency. A damaged or truncated file gives null; nothing is read past the stream's size.
+//
+// Every decoder gives the picture the way up its file says it is shown: a TIFF Orientation tag
+// and a JPEG's Exif orientation are applied (5-8 swap width and height); a missing, malformed or
+// out-of-range value counts as 1. TIFF integer samples deeper than 8 bits are narrowed to 8
+// (12- and 16-bit gray, 16-bit RGB and CMYK alike; floating-point samples are refused); CMYK
+// becomes CA_DIB_Rgb, and CIE L*a*b* becomes sRGB with the file's white point (D50 when it
+// names none) shown as pure white.
+// A TIFF or JPEG frame is damaged when the codec library reports an error while reading it, or a
+// warning that pixels were lost (data ending early, corrupt compressed data); warnings it
+// recovers from without losing pixels are not damage.
 
 #include <mrlbase/enums.h>
 #include <mrlbase/export.h>

@@ -1,14 +1,17 @@
-// JPEG over libjpeg-turbo. Faults come back by longjmp from the error manager's error_exit; a
-// premature end of data, which the library would only warn about, is a fault here too.
+// JPEG over libjpeg-turbo. Faults come back by longjmp from the error manager's error_exit; the
+// warnings that mean pixels were lost (data ending early, corrupt entropy data) are faults here
+// too. The Exif orientation is applied, so the bitmap comes out the way up it is shown.
 
 #include <mrlbase/stream.h>
 
 #include <csetjmp>
 #include <cstdio>   // jpeglib.h needs FILE
+#include <cstring>
 #include <jpeglib.h>
 #include <jerror.h>
 
 #include "codec/codec_support.h"
+#include "codec/image_orientation.h"
 
 namespace mrl_codec {
 namespace {
@@ -20,8 +23,25 @@ struct ErrorManager {
 
 [[noreturn]] void ErrorExit(j_common_ptr cinfo) { longjmp(reinterpret_cast<ErrorManager*>(cinfo->err)->jump, 1); }
 void EmitMessage(j_common_ptr cinfo, int level) {
-  // A truncated file only raises a warning and is padded with gray; refuse it instead.
-  if (level < 0 && cinfo->err->msg_code == JWRN_JPEG_EOF) ErrorExit(cinfo);
+  if (level >= 0) return;   // trace messages
+  // The library pads a truncated file with gray and patches over corrupt entropy data; either
+  // way rows are lost, so refuse. Bytes skipped before a restart marker are entropy data the
+  // decoder could not place. Other warnings (stray bytes between segments, odd JFIF versions,
+  // ...) leave every pixel intact.
+  const jpeg_error_mgr& err = *cinfo->err;
+  switch (err.msg_code) {
+    case JWRN_JPEG_EOF:
+    case JWRN_HIT_MARKER:
+    case JWRN_MUST_RESYNC:
+    case JWRN_HUFF_BAD_CODE:
+    case JWRN_ARITH_BAD_CODE:
+      ErrorExit(cinfo);
+    case JWRN_EXTRANEOUS_DATA:
+      if (err.msg_parm.i[1] >= JPEG_RST0 && err.msg_parm.i[1] <= JPEG_RST0 + 7) ErrorExit(cinfo);
+      break;
+    default:
+      break;
+  }
 }
 void OutputNothing(j_common_ptr) {}
 
@@ -36,6 +56,7 @@ struct Decompressor {
   jpeg_decompress_struct cinfo{};
   ErrorManager err{};
   bool created = false;
+  CA_DibFormat format = CA_DIB_Rgb;
   DibPtr dib;
   std::vector<uint8_t> cmykRow;
   ~Decompressor() {
@@ -45,8 +66,10 @@ struct Decompressor {
 
 uint8_t Mul255(unsigned a, unsigned b) { return static_cast<uint8_t>((a * b + 127) / 255); }
 
-// Sets the output space and makes the bitmap; false for a size or layout we do not take.
-bool PrepareOutput(Decompressor& d) {
+// Sets the output space; false for a size the bitmap cannot take. The bitmap itself is made
+// after jpeg_start_decompress, once the library has settled (within its memory limit) that it
+// can hold what the file asks for.
+bool ChooseOutput(Decompressor& d) {
   jpeg_decompress_struct& c = d.cinfo;
   CA_DibFormat format = CA_DIB_Rgb;
   switch (c.jpeg_color_space) {
@@ -61,11 +84,8 @@ bool PrepareOutput(Decompressor& d) {
     default:
       c.out_color_space = JCS_EXT_BGR;
   }
-  if (c.image_width == 0 || c.image_height == 0 || c.image_width > 0xFFFF || c.image_height > 0xFFFF) return false;
-  d.dib = NewDib(static_cast<int>(c.image_width), static_cast<int>(c.image_height), format);
-  if (!d.dib) return false;
-  if (c.out_color_space == JCS_CMYK) d.cmykRow.resize(static_cast<size_t>(c.image_width) * 4);
-  return true;
+  d.format = format;
+  return c.image_width > 0 && c.image_height > 0 && uint64_t{c.image_width} * c.image_height <= static_cast<uint64_t>(kMaxPixels);
 }
 
 void CmykToBgr(const uint8_t* cmyk, uint8_t* bgr, int width, bool inverted) {
@@ -91,14 +111,28 @@ class JpegDecoder final : public DecoderBase {
     if (setjmp(d.err.jump)) return nullptr;   // d releases the decompressor and the bitmap
     jpeg_create_decompress(&d.cinfo);
     d.created = true;
+    // With no backing store, coefficient arrays beyond this make the library fail instead of
+    // allocating (a progressive file holds the whole image's coefficients at once).
+    d.cinfo.mem->max_memory_to_use = static_cast<long>(kDecodeMemoryBudget);
+    jpeg_save_markers(&d.cinfo, JPEG_APP0 + 1, 0xFFFF);
     jpeg_mem_src(&d.cinfo, data, static_cast<unsigned long>(size));
     if (jpeg_read_header(&d.cinfo, TRUE) != JPEG_HEADER_OK) return nullptr;
-    if (!PrepareOutput(d)) return nullptr;
+    if (!ChooseOutput(d)) return nullptr;
+    int orientation = 1;
+    for (jpeg_saved_marker_ptr m = d.cinfo.marker_list; m; m = m->next) {
+      if (m->marker == JPEG_APP0 + 1 && m->data_length >= 6 && std::memcmp(m->data, "Exif\0", 6) == 0) {
+        orientation = ExifOrientation(m->data, m->data_length);
+        break;
+      }
+    }
     jpeg_start_decompress(&d.cinfo);
     const bool cmyk = d.cinfo.out_color_space == JCS_CMYK;
-    if (d.cinfo.output_width != d.cinfo.image_width || d.cinfo.output_components != (cmyk ? 4 : d.dib->GetBPP() / 8)) {
+    if (d.cinfo.output_width != d.cinfo.image_width || d.cinfo.output_components != (cmyk ? 4 : d.format == CA_DIB_8bpp ? 1 : 3)) {
       return nullptr;
     }
+    d.dib = NewDib(static_cast<int>(d.cinfo.output_width), static_cast<int>(d.cinfo.output_height), d.format);
+    if (!d.dib) return nullptr;
+    if (cmyk) d.cmykRow.resize(static_cast<size_t>(d.cinfo.output_width) * 4);
     const bool inverted = d.cinfo.saw_Adobe_marker != 0;
     while (d.cinfo.output_scanline < d.cinfo.output_height) {
       const int y = static_cast<int>(d.cinfo.output_scanline);
@@ -107,7 +141,7 @@ class JpegDecoder final : public DecoderBase {
       if (cmyk) CmykToBgr(d.cmykRow.data(), d.dib->GetScanline(y), d.dib->GetWidth(), inverted);
     }
     jpeg_finish_decompress(&d.cinfo);
-    return std::move(d.dib);
+    return ApplyOrientation(std::move(d.dib), orientation);
   }
 };
 

@@ -5,14 +5,17 @@
 #include <jpeglib.h>
 
 #include "codec/codec_test_support.h"
+#include "codec/image_orientation.h"
 
 using namespace codec_test;
 
 namespace {
 
-// libjpeg on its own: writes `components`-channel rows given by `pixel(x, y, out)`.
+// libjpeg on its own: writes `components`-channel rows given by `pixel(x, y, out)`, with the
+// APP1 segments `app1` (each without its marker and length) after the file's own headers.
 template <class PixelFn>
-Bytes WriteJpeg(int w, int h, J_COLOR_SPACE space, int components, bool progressive, bool adobe, PixelFn pixel) {
+Bytes WriteJpeg(int w, int h, J_COLOR_SPACE space, int components, bool progressive, bool adobe, PixelFn pixel,
+                const std::vector<Bytes>& app1 = {}) {
   jpeg_compress_struct c;
   jpeg_error_mgr err;
   c.err = jpeg_std_error(&err);
@@ -29,6 +32,7 @@ Bytes WriteJpeg(int w, int h, J_COLOR_SPACE space, int components, bool progress
   c.write_Adobe_marker = adobe ? TRUE : FALSE;
   if (progressive) jpeg_simple_progression(&c);
   jpeg_start_compress(&c, TRUE);
+  for (const Bytes& segment : app1) jpeg_write_marker(&c, JPEG_APP0 + 1, segment.data(), static_cast<unsigned>(segment.size()));
   std::vector<uint8_t> row(static_cast<size_t>(w) * components);
   while (c.next_scanline < c.image_height) {
     for (int x = 0; x < w; ++x) pixel(x, static_cast<int>(c.next_scanline), &row[static_cast<size_t>(x) * components]);
@@ -126,6 +130,62 @@ TEST(JpegCodec, ProgressiveAndGrayMatchTheLibraryExactly) {
   EXPECT_EQ(bad, 0);
 }
 
+// The smallest Exif block that names an orientation: IFD0 with the one tag.
+Bytes ExifWithOrientation(bool little, uint8_t value) {
+  if (little) return {'E', 'x', 'i', 'f', 0, 0, 'I', 'I', 42, 0, 8, 0, 0, 0, 1, 0, 0x12, 1, 3, 0, 1, 0, 0, 0, value, 0, 0, 0, 0, 0, 0, 0};
+  return {'E', 'x', 'i', 'f', 0, 0, 'M', 'M', 0, 42, 0, 0, 0, 8, 0, 1, 1, 0x12, 0, 3, 0, 0, 0, 1, 0, value, 0, 0, 0, 0, 0, 0};
+}
+
+TEST(JpegCodec, ExifOrientationTurnsThePicture) {
+  auto pixel = [](int x, int y, uint8_t* out) {
+    out[0] = static_cast<uint8_t>(x * 9);
+    out[1] = static_cast<uint8_t>(y * 13);
+    out[2] = static_cast<uint8_t>(x < 8 && y < 4 ? 255 : 0);   // a marked corner
+  };
+  auto stored = Decode(WriteJpeg(24, 16, JCS_RGB, 3, false, false, pixel));
+  ASSERT_NE(stored, nullptr);
+  const Bytes xmp = {'h', 't', 't', 'p', ':', '/', '/', 'n', 's', '.', 'x', 'm', 'p', 0};
+  for (bool little : {true, false}) {
+    for (uint8_t o = 1; o <= 8; ++o) {
+      SCOPED_TRACE(testing::Message() << (little ? "II " : "MM ") << int{o});
+      // Another APP1 first: only the Exif one counts.
+      auto dib = Decode(WriteJpeg(24, 16, JCS_RGB, 3, false, false, pixel, {xmp, ExifWithOrientation(little, o)}));
+      ASSERT_NE(dib, nullptr);
+      const std::unique_ptr<CCA_Dib> copy(stored->Clone());
+      EXPECT_EQ(CountDifferences(*dib, *mrl_codec::ApplyOrientation(std::unique_ptr<CCA_Dib>(copy->Clone()), o)), 0);
+    }
+  }
+  // A value out of range or a second Exif block does not turn it.
+  auto odd = Decode(WriteJpeg(24, 16, JCS_RGB, 3, false, false, pixel, {ExifWithOrientation(true, 9), ExifWithOrientation(true, 6)}));
+  ASSERT_NE(odd, nullptr);
+  EXPECT_EQ(CountDifferences(*odd, *stored), 0);
+
+  // The same picture saved turned, with the orientation that undoes it.
+  const std::string dir = TestDataDir() + "/imagecorpus/files/pillow/";
+  Bytes upright;
+  if (!ReadFileBytes(dir + "hopper.jpg", upright)) GTEST_SKIP() << "image corpus absent";
+  auto want = Decode(upright);
+  ASSERT_NE(want, nullptr);
+  for (int o = 2; o <= 8; ++o) {
+    SCOPED_TRACE(o);
+    Bytes file;
+    ASSERT_TRUE(ReadFileBytes(dir + "hopper_orientation_" + std::to_string(o) + ".jpg", file));
+    auto got = Decode(file);
+    ASSERT_NE(got, nullptr);
+    ASSERT_EQ(got->GetWidth(), want->GetWidth());
+    ASSERT_EQ(got->GetHeight(), want->GetHeight());
+    // Each was encoded anew, so they differ a little; turned wrongly they differ by ~46 a channel.
+    long error = 0;
+    for (int y = 0; y < got->GetHeight(); ++y) {
+      for (int x = 0; x < got->GetWidth(); ++x) {
+        const uint32_t a = Argb(*got, x, y), b = Argb(*want, x, y);
+        for (int s = 0; s < 24; s += 8) error += std::abs(static_cast<int>((a >> s) & 0xFF) - static_cast<int>((b >> s) & 0xFF));
+      }
+    }
+    EXPECT_LT(error / (got->GetWidth() * got->GetHeight() * 3), 8);
+  }
+}
+
 TEST(JpegCodec, DamagedFramesAreRefused) {
   // Cuts are covered with the other formats; these are the JPEG-specific damages.
   const Bytes file = WriteJpeg(40, 40, JCS_RGB, 3, true, false, [](int x, int y, uint8_t* out) {
@@ -146,6 +206,54 @@ TEST(JpegCodec, DamagedFramesAreRefused) {
   garbage[0] = garbage[2] = 0xFF;
   garbage[1] = 0xD8;
   EXPECT_EQ(Decode(garbage), nullptr);
+
+  // A marker inside the entropy data: the library pads the rest of the scan and warns.
+  const Bytes baseline = WriteJpeg(64, 64, JCS_RGB, 3, false, false, [](int x, int y, uint8_t* out) {
+    out[0] = static_cast<uint8_t>(x * y);
+    out[1] = static_cast<uint8_t>(x * 4);
+    out[2] = static_cast<uint8_t>(y * 4);
+  });
+  size_t scan = 0;
+  for (size_t i = 2; i + 1 < baseline.size() && !scan; ++i) {
+    if (baseline[i] == 0xFF && baseline[i + 1] == 0xDA) scan = i + 2 + ((baseline[i + 2] << 8) | baseline[i + 3]);
+  }
+  ASSERT_GT(scan, 0u);
+  Bytes cut = baseline;
+  const size_t middle = scan + (cut.size() - scan) / 2;
+  cut[middle] = 0xFF;
+  cut[middle + 1] = 0xD9;
+  EXPECT_EQ(Decode(cut), nullptr);
+  // Restart markers the decoder could not line up with its blocks (bytes skipped before one).
+  Bytes reset = baseline;
+  reset.insert(reset.begin() + static_cast<std::ptrdiff_t>(middle), {0xFF, 0xD0});
+  EXPECT_EQ(Decode(reset), nullptr);
+  // Stray bytes between two segments lose nothing: the picture is whole.
+  Bytes stray = baseline;
+  const size_t afterFirst = 4 + ((stray[4] << 8) | stray[5]);
+  stray.insert(stray.begin() + static_cast<std::ptrdiff_t>(afterFirst), {0x00, 0x11, 0x22});
+  auto whole = Decode(stray), plain = Decode(baseline);
+  ASSERT_NE(whole, nullptr);
+  EXPECT_EQ(CountDifferences(*whole, *plain), 0);
+}
+
+TEST(JpegCodec, ProgressiveCoefficientsBeyondTheBudgetAreRefusedBeforeAllocation) {
+  // 16 x 16 CMYK, then the frame header says 16384 x 16384: four full-size components of
+  // 2-byte coefficients are 2 GiB, past the budget, and the scans are never reached.
+  Bytes file = WriteJpeg(16, 16, JCS_CMYK, 4, true, false, [](int x, int y, uint8_t* out) {
+    for (int c = 0; c < 4; ++c) out[c] = static_cast<uint8_t>(x * 16 + y + c);
+  });
+  size_t sof = 0;
+  for (size_t i = 2; i + 8 < file.size() && !sof; ++i) {
+    if (file[i] == 0xFF && file[i + 1] == 0xC2) sof = i;
+  }
+  ASSERT_GT(sof, 0u);
+  file[sof + 5] = file[sof + 7] = 0x40;   // height and width 0x4000
+  file[sof + 6] = file[sof + 8] = 0x00;
+  const int64_t before = PeakVirtualBytes();
+  EXPECT_EQ(Decode(file), nullptr);
+  const int64_t after = PeakVirtualBytes();
+  if (before < 0) GTEST_SKIP() << "no /proc to read the peak from";
+  EXPECT_LT(after - before, int64_t{256} << 20);
 }
 
 TEST(JpegCodec, EncoderHonoursQualityResolutionAndLayouts) {

@@ -3,9 +3,11 @@
 
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <unistd.h>
 
 #include "codec/codec_test_support.h"
+#include "codec/image_orientation.h"
 
 using namespace codec_test;
 
@@ -82,6 +84,44 @@ Bytes WriteTiff(const std::vector<Page>& pages) {
   return bytes;
 }
 
+// libtiff on its own: one uncompressed directory of the packed rows `pixels` (16-bit samples in
+// the machine's order), with `tags` set on top of the layout.
+Bytes WriteRows(int w, int h, uint16_t bits, uint16_t samples, uint16_t photometric, const Bytes& pixels,
+                const std::function<void(TIFF*)>& tags = {}) {
+  TempPath path;
+  TIFF* tif = TIFFOpen(path.c_str(), "w");
+  TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, w);
+  TIFFSetField(tif, TIFFTAG_IMAGELENGTH, h);
+  TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, bits);
+  TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, samples);
+  TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, photometric);
+  TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+  if (tags) tags(tif);
+  const size_t rowBytes = (static_cast<size_t>(w) * bits * samples + 7) / 8;
+  Bytes row(rowBytes);
+  for (int y = 0; y < h; ++y) {
+    std::memcpy(row.data(), &pixels[y * rowBytes], rowBytes);   // libtiff may swap a row in place
+    TIFFWriteScanline(tif, row.data(), static_cast<uint32_t>(y), 0);
+  }
+  TIFFClose(tif);
+  Bytes bytes;
+  ReadFileBytes(path.c_str(), bytes);
+  return bytes;
+}
+
+// Samples packed from the high bit, `bits` each.
+Bytes Pack(const std::vector<uint32_t>& samples, unsigned bits, size_t perRow) {
+  const size_t rowBytes = (perRow * bits + 7) / 8;
+  Bytes out(samples.size() / perRow * rowBytes, 0);
+  for (size_t i = 0; i < samples.size(); ++i) {
+    const size_t row = i / perRow, first = (i % perRow) * bits;
+    for (unsigned b = 0; b < bits; ++b) {
+      if (samples[i] >> (bits - 1 - b) & 1) out[row * rowBytes + (first + b) / 8] |= static_cast<uint8_t>(0x80 >> ((first + b) % 8));
+    }
+  }
+  return out;
+}
+
 uint8_t To8(uint16_t v, uint16_t bits) { return bits == 16 ? static_cast<uint8_t>(v >> 8) : static_cast<uint8_t>(v); }
 
 int CountWrongRgb(const CCA_Dib& dib, const Page& pg, int page) {
@@ -154,6 +194,187 @@ TEST(TiffCodec, EncoderWritesResolutionAndCompactBilevel) {
   EXPECT_EQ(yr, 600.0f);
   EXPECT_EQ(unit, RESUNIT_INCH);
   EXPECT_EQ(compression, COMPRESSION_CCITTFAX4);
+}
+
+TEST(TiffCodec, OrientationTagTurnsThePicture) {
+  // One layout of each reader: bytes and bits row by row, 4-bit gray through libtiff's RGBA reader.
+  const int w = 13, h = 6;
+  const struct {
+    uint16_t bits, samples, photometric;
+  } layouts[] = {{8, 3, PHOTOMETRIC_RGB}, {1, 1, PHOTOMETRIC_MINISBLACK}, {4, 1, PHOTOMETRIC_MINISBLACK}};
+  for (const auto& l : layouts) {
+    std::vector<uint32_t> samples(static_cast<size_t>(w) * h * l.samples);
+    for (size_t i = 0; i < samples.size(); ++i) samples[i] = static_cast<uint32_t>(i * 7 + i / 5) & ((1u << l.bits) - 1);
+    const Bytes pixels = Pack(samples, l.bits, static_cast<size_t>(w) * l.samples);
+    auto stored = Decode(WriteRows(w, h, l.bits, l.samples, l.photometric, pixels));
+    ASSERT_NE(stored, nullptr);
+    for (uint16_t o = 1; o <= 8; ++o) {
+      SCOPED_TRACE(testing::Message() << "bits " << l.bits << " orientation " << o);
+      auto dib = Decode(WriteRows(w, h, l.bits, l.samples, l.photometric, pixels, [o](TIFF* t) { TIFFSetField(t, TIFFTAG_ORIENTATION, o); }));
+      ASSERT_NE(dib, nullptr);
+      EXPECT_EQ(CountDifferences(*dib, *mrl_codec::ApplyOrientation(std::unique_ptr<CCA_Dib>(stored->Clone()), o)), 0);
+    }
+  }
+
+  // The same fax page saved turned eight ways, each with the orientation that undoes it. They
+  // were redrawn, so a few pixels differ; turned wrongly, a tenth of the page differs.
+  const std::string dir = TestDataDir() + "/imagecorpus/files/pillow/";
+  Bytes first;
+  if (!ReadFileBytes(dir + "g4_orientation_1.tif", first)) GTEST_SKIP() << "image corpus absent";
+  auto want = Decode(first);
+  ASSERT_NE(want, nullptr);
+  for (int o = 2; o <= 8; ++o) {
+    SCOPED_TRACE(o);
+    Bytes file;
+    ASSERT_TRUE(ReadFileBytes(dir + "g4_orientation_" + std::to_string(o) + ".tif", file));
+    auto got = Decode(file);
+    ASSERT_NE(got, nullptr);
+    const int differ = CountDifferences(*got, *want);
+    EXPECT_GE(differ, 0);
+    EXPECT_LT(differ, want->GetWidth() * want->GetHeight() / 100);
+  }
+}
+
+TEST(TiffCodec, LabShowsItsWhiteAsWhite) {
+  // L*, a*, b* of white, black, mid gray and a strong red, in the three encodings.
+  const double lab[4][3] = {{100, 0, 0}, {0, 0, 0}, {50, 0, 0}, {50, 80, 0}};
+  auto encode = [&](uint16_t photometric, uint16_t bits) {
+    std::vector<uint32_t> v;
+    const double full = bits == 16 ? 65535 : 255, unit = bits == 16 ? 256 : 1;
+    const uint32_t mask = (1u << bits) - 1, middle = photometric == PHOTOMETRIC_ICCLAB ? 1u << (bits - 1) : 0;
+    for (const auto& p : lab) {
+      v.push_back(static_cast<uint32_t>(p[0] * full / 100 + 0.5));
+      for (int c = 1; c < 3; ++c) v.push_back((static_cast<uint32_t>(static_cast<int32_t>(p[c] * unit)) + middle) & mask);
+    }
+    Bytes out;
+    for (uint32_t s : v) {
+      if (bits == 8) out.push_back(static_cast<uint8_t>(s));
+      else out.insert(out.end(), {static_cast<uint8_t>(s), static_cast<uint8_t>(s >> 8)});   // little-endian host
+    }
+    return out;
+  };
+  const float d65[2] = {0.3127f, 0.3290f}, tungsten[2] = {0.4476f, 0.4074f};
+  const struct {
+    uint16_t photometric, bits;
+    const float* white;
+  } cases[] = {{PHOTOMETRIC_CIELAB, 8, nullptr}, {PHOTOMETRIC_CIELAB, 8, d65}, {PHOTOMETRIC_CIELAB, 8, tungsten},
+               {PHOTOMETRIC_ICCLAB, 8, nullptr}, {PHOTOMETRIC_CIELAB, 16, nullptr}, {PHOTOMETRIC_ICCLAB, 16, tungsten}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << "photometric " << c.photometric << " bits " << c.bits << " white " << (c.white ? c.white[0] : 0));
+    auto dib = Decode(WriteRows(4, 1, c.bits, 3, c.photometric, encode(c.photometric, c.bits), [&c](TIFF* t) {
+      if (c.white) TIFFSetField(t, TIFFTAG_WHITEPOINT, c.white);
+    }));
+    ASSERT_NE(dib, nullptr);
+    EXPECT_EQ(dib->GetFormat(), CA_DIB_Rgb);
+    EXPECT_EQ(Argb(*dib, 0, 0), 0xFFFFFFFFu);
+    EXPECT_EQ(Argb(*dib, 1, 0), 0xFF000000u);
+    const uint32_t gray = Argb(*dib, 2, 0), red = Argb(*dib, 3, 0);
+    for (int s = 0; s < 24; s += 8) EXPECT_NEAR(static_cast<int>((gray >> s) & 0xFF), 119, 1) << std::hex << gray;   // sRGB of L* 50
+    EXPECT_GT((red >> 16) & 0xFF, 200u) << std::hex << red;
+    EXPECT_LT((red >> 8) & 0xFF, 40u) << std::hex << red;
+  }
+  Bytes file;
+  if (!ReadFileBytes(TestDataDir() + "/imagecorpus/files/pillow/lab.tif", file)) GTEST_SKIP() << "image corpus absent";
+  auto white = Decode(file);   // a page of L* 100 with no white point named
+  ASSERT_NE(white, nullptr);
+  EXPECT_EQ(Argb(*white, 5, 5), 0xFFFFFFFFu);
+}
+
+TEST(TiffCodec, DeepGrayAndCmykNarrowLikeTheirSiblings) {
+  // 12-bit gray keeps its high eight bits, as 16-bit gray does.
+  std::vector<uint32_t> gray = {0, 0xFFF, 0x123, 0x80F, 0x7F0, 0xABC, 0x00F};
+  auto dib = Decode(WriteRows(7, 1, 12, 1, PHOTOMETRIC_MINISBLACK, Pack(gray, 12, 7)));
+  ASSERT_NE(dib, nullptr);
+  EXPECT_EQ(dib->GetFormat(), CA_DIB_8bpp);
+  for (int x = 0; x < 7; ++x) EXPECT_EQ(Argb(*dib, x, 0), 0xFF000000u | (gray[x] >> 4) * 0x010101u) << x;
+
+  // 16-bit CMYK gives what the same ink at 8 bits gives; cyan, red, black, none and a mix.
+  const uint8_t ink[5][4] = {{255, 0, 0, 0}, {0, 255, 255, 0}, {0, 0, 0, 255}, {0, 0, 0, 0}, {40, 90, 160, 30}};
+  Bytes eight, sixteen;
+  for (const auto& p : ink) {
+    for (uint8_t v : p) {
+      eight.push_back(v);
+      sixteen.insert(sixteen.end(), {v, v});   // v * 257
+    }
+  }
+  auto narrow = Decode(WriteRows(5, 1, 8, 4, PHOTOMETRIC_SEPARATED, eight));
+  auto deep = Decode(WriteRows(5, 1, 16, 4, PHOTOMETRIC_SEPARATED, sixteen));
+  ASSERT_NE(narrow, nullptr);
+  ASSERT_NE(deep, nullptr);
+  EXPECT_EQ(deep->GetFormat(), CA_DIB_Rgb);
+  EXPECT_EQ(CountDifferences(*narrow, *deep), 0);
+  const uint32_t want[4] = {0xFF00FFFFu, 0xFFFF0000u, 0xFF000000u, 0xFFFFFFFFu};
+  for (int x = 0; x < 4; ++x) EXPECT_EQ(Argb(*deep, x, 0), want[x]) << x;
+}
+
+TEST(TiffCodec, DamagedFaxAndJpegPagesAreRefused) {
+  auto page = Pattern(200, 120, CA_DIB_1bpp, true);
+  const Bytes good = Encode(*page, CA_IMAGE_Tif);
+  ASSERT_FALSE(good.empty());
+  auto back = Decode(good);
+  ASSERT_NE(back, nullptr);
+  EXPECT_EQ(CountDifferences(*back, *page), 0);
+  // The code words of the page start right after the header; libtiff writes the directory last.
+  uint32_t directory;
+  std::memcpy(&directory, &good[4], 4);   // little-endian host
+  ASSERT_GT(directory, 64u);
+  for (uint32_t at : {directory / 4, directory / 2, directory - 24}) {
+    Bytes bad = good;
+    for (uint32_t i = at; i < at + 8; ++i) bad[i] = 0x00;   // no code word is made of zeros but EOL
+    EXPECT_EQ(Decode(bad), nullptr) << "zeros at " << at;
+  }
+  // JPEG inside TIFF: a marker in the middle of the entropy data makes libjpeg pad the rest.
+  std::vector<uint32_t> gray(64 * 64);
+  for (size_t i = 0; i < gray.size(); ++i) gray[i] = static_cast<uint32_t>((i % 64) * 3 + (i / 64) * 2);
+  const Bytes jpeg = WriteRows(64, 64, 8, 1, PHOTOMETRIC_MINISBLACK, Pack(gray, 8, 64), [](TIFF* t) {
+    TIFFSetField(t, TIFFTAG_COMPRESSION, COMPRESSION_JPEG);
+    TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, 64);
+  });
+  ASSERT_NE(Decode(jpeg), nullptr);
+  size_t scan = 0;
+  for (size_t i = 8; i + 1 < jpeg.size() && !scan; ++i) {
+    if (jpeg[i] == 0xFF && jpeg[i + 1] == 0xDA) scan = i + 2 + ((jpeg[i + 2] << 8) | jpeg[i + 3]);
+  }
+  ASSERT_GT(scan, 0u);
+  Bytes padded = jpeg;
+  padded[scan + 40] = 0xFF;
+  padded[scan + 41] = 0xD9;
+  EXPECT_EQ(Decode(padded), nullptr);
+
+  const std::string dir = TestDataDir() + "/imagecorpus/files/pillow/";
+  for (const char* name : {"crash-0da013a13571cc8eb457a39fee8db18f8a3c7127.tif", "crash-74d2a78403a5a59db1fb0a2b8735ac068a75f6e3.tif"}) {
+    Bytes file;
+    if (!ReadFileBytes(dir + name, file)) GTEST_SKIP() << "image corpus absent";
+    EXPECT_EQ(Decode(file), nullptr) << name;
+  }
+}
+
+TEST(TiffCodec, TilesBeyondTheBudgetAreRefusedBeforeAllocation) {
+  // A 16 x 16 gray page in one tile of 65536 x 32768 bytes (2 GiB), written by hand since no
+  // writer would make it.
+  Bytes file = {'I', 'I', 42, 0, 8, 0, 0, 0};
+  const std::pair<uint16_t, uint32_t> tags[] = {{TIFFTAG_IMAGEWIDTH, 16}, {TIFFTAG_IMAGELENGTH, 16}, {TIFFTAG_BITSPERSAMPLE, 8},
+                                                {TIFFTAG_COMPRESSION, COMPRESSION_NONE}, {TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK},
+                                                {TIFFTAG_SAMPLESPERPIXEL, 1}, {TIFFTAG_TILEWIDTH, 65536}, {TIFFTAG_TILELENGTH, 32768},
+                                                {TIFFTAG_TILEOFFSETS, 0}, {TIFFTAG_TILEBYTECOUNTS, 256}};
+  const uint32_t data = 8 + 2 + 12 * 10 + 4;
+  auto put = [&file](uint32_t v, int n) {
+    for (int i = 0; i < n; ++i) file.push_back(static_cast<uint8_t>(v >> (8 * i)));
+  };
+  put(10, 2);
+  for (const auto& t : tags) {
+    put(t.first, 2);
+    put(TIFF_LONG, 2);
+    put(1, 4);
+    put(t.first == TIFFTAG_TILEOFFSETS ? data : t.second, 4);
+  }
+  put(0, 4);
+  file.resize(data + 256, 0x80);
+  const int64_t before = PeakVirtualBytes();
+  EXPECT_EQ(Decode(file), nullptr);
+  const int64_t after = PeakVirtualBytes();
+  if (before < 0) GTEST_SKIP() << "no /proc to read the peak from";
+  EXPECT_LT(after - before, int64_t{256} << 20);
 }
 
 }  // namespace

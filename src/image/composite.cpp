@@ -81,12 +81,31 @@ inline std::uint32_t Load32(const unsigned char* p) {
   return v;
 }
 
+// Words that keep the B, G, R bytes of one or two pixels and clear the fourth, whatever the
+// machine's byte order (the compiler folds them to constants).
+inline std::uint32_t ColourMask32() {
+  const unsigned char bytes[4] = {0xFF, 0xFF, 0xFF, 0};
+  return Load32(bytes);
+}
+inline std::uint64_t ColourMask64() {
+  const unsigned char bytes[8] = {0xFF, 0xFF, 0xFF, 0, 0xFF, 0xFF, 0xFF, 0};
+  return Load64(bytes);
+}
+// Two copies of one loaded pixel, as a load of two neighbouring pixels holding it would give.
+inline std::uint64_t PixelPair(std::uint32_t pixel) {
+  unsigned char bytes[8];
+  std::memcpy(bytes, &pixel, 4);
+  std::memcpy(bytes + 4, &pixel, 4);
+  return Load64(bytes);
+}
+
 // Gray of one row of B, G, R, X pixels. Pages are mostly runs of one colour, so a block of
 // eight pixels equal to the last one converted reuses its gray value. Answers the gray level
 // when the whole row is one colour, else -1.
 int GrayRow(const GrayWeights& k, const unsigned char* pixels, int w, unsigned char* out) {
-  constexpr std::uint64_t kColourBits = 0x00FFFFFF00FFFFFFull;
-  const std::uint32_t first = Load32(pixels) & 0x00FFFFFFu;
+  const std::uint64_t colourBits = ColourMask64();
+  const std::uint32_t colourMask = ColourMask32();
+  const std::uint32_t first = Load32(pixels) & colourMask;
   std::uint32_t last = first;
   unsigned char lastGray = GrayOf(k, pixels[0], pixels[1], pixels[2]);
   const unsigned char firstGray = lastGray;
@@ -94,16 +113,16 @@ int GrayRow(const GrayWeights& k, const unsigned char* pixels, int w, unsigned c
   int x = 0;
   for (; x + 8 <= w; x += 8) {
     const unsigned char* p = pixels + static_cast<ptrdiff_t>(x) * 4;
-    const std::uint64_t pair = (static_cast<std::uint64_t>(last) << 32) | last;
-    if (((Load64(p) & kColourBits) == pair) & ((Load64(p + 8) & kColourBits) == pair) &
-        ((Load64(p + 16) & kColourBits) == pair) & ((Load64(p + 24) & kColourBits) == pair)) {
+    const std::uint64_t pair = PixelPair(last);
+    if (((Load64(p) & colourBits) == pair) & ((Load64(p + 8) & colourBits) == pair) &
+        ((Load64(p + 16) & colourBits) == pair) & ((Load64(p + 24) & colourBits) == pair)) {
       const std::uint64_t eight = lastGray * 0x0101010101010101ull;
       std::memcpy(out + x, &eight, sizeof eight);
       continue;
     }
     uniform = false;
     for (int i = 0; i < 8; ++i) {
-      const std::uint32_t colour = Load32(p + i * 4) & 0x00FFFFFFu;
+      const std::uint32_t colour = Load32(p + i * 4) & colourMask;
       if (colour != last) {
         last = colour;
         lastGray = GrayOf(k, p[i * 4], p[i * 4 + 1], p[i * 4 + 2]);
@@ -113,7 +132,7 @@ int GrayRow(const GrayWeights& k, const unsigned char* pixels, int w, unsigned c
   }
   for (; x < w; ++x) {
     const unsigned char* p = pixels + static_cast<ptrdiff_t>(x) * 4;
-    uniform &= (Load32(p) & 0x00FFFFFFu) == first;
+    uniform &= (Load32(p) & colourMask) == first;
     out[x] = GrayOf(k, p[0], p[1], p[2]);
   }
   return uniform && last == first ? firstGray : -1;

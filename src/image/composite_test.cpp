@@ -178,8 +178,14 @@ TEST(GetAutoCalClipRect, MatchesThePlainPassesOnRandomAndDrawnPages) {
                        b = grayOnly ? r : base + random() % spread;
         page->SetPixel(P(x, y), static_cast<unsigned>(random()) << 24 | r << 16 | g << 8 | b);
       }
-    // Runs of one colour exercise the shortcut for repeated pixels.
+    // Runs of one colour exercise the shortcut for repeated pixels; in the second kind only the
+    // unread fourth byte varies along the run, and the shortcut must still take it as one colour.
     if (round % 3 == 0) Block(*page, 0, 0, w / 2, h - 1, 0xFFFFFFFF);
+    if (round % 3 == 1) {
+      const unsigned colour = static_cast<unsigned>(random()) & 0xFFFFFF;
+      for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w / 2; ++x) page->SetPixel(P(x, y), static_cast<unsigned>(random()) << 24 | colour);
+    }
     ExpectSameAsReference(*page, "noise");
   }
   // Text drawn on a page, with a pitch wider than the rows.

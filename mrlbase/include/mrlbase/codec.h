@@ -47,8 +47,9 @@ class MRL_API ICA_ImageDecoder {
 class MRL_API ICA_ImageEncoder {
  public:
   virtual ~ICA_ImageEncoder();
-  // Encodes `dib` into `stream` (neither owned). 1: written; 0: failed (the stream may hold a
-  // partial file, since a stream cannot be taken back).
+  // Encodes `dib` into `stream` (neither owned). 1: written; 0: failed. The file is made in memory
+  // and handed to the stream in one block, so a failed encoding writes nothing. Every encoder
+  // takes every layout a decoder gives; an index past a short palette is written as black.
   virtual int Encode(const CCA_Dib* dib, IMRL_StreamWrite* stream) = 0;
   // JPEG and JPEG 2000: quality 1..100 (100 makes JPEG 2000 lossless); PNG: zlib level 0..9.
   // Null or out of range: the format's default. Other formats ignore it.

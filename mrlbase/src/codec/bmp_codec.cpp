@@ -80,7 +80,10 @@ DibPtr BmpDecoder::DecodeFile(const uint8_t* data, size_t size, int frame) {
   if (frame != 0 || size < 26) return nullptr;
   const uint32_t offBits = U32(data + 10);
   const uint32_t headerSize = U32(data + 14);
-  if (headerSize < 12 || headerSize > size - 14) return nullptr;
+  // The core header, the OS/2 2.x header (16 to 64 bytes, its fields past 16 optional) and the
+  // Windows ones (40, 52, 56, 108, 124); any other size is not a BMP header.
+  const bool knownSize = headerSize == 12 || (headerSize >= 16 && headerSize <= 64) || headerSize == 108 || headerSize == 124;
+  if (!knownSize || headerSize > size - 14) return nullptr;
   const uint8_t* h = data + 14;
   int64_t width, height;
   uint32_t bitCount, compression = kBiRgb, colorsUsed = 0;
@@ -91,12 +94,11 @@ DibPtr BmpDecoder::DecodeFile(const uint8_t* data, size_t size, int frame) {
     bitCount = U16(h + 10);
     paletteEntrySize = 3;
   } else {
-    if (headerSize < 40) return nullptr;
     width = static_cast<int32_t>(U32(h + 4));
     height = static_cast<int32_t>(U32(h + 8));
     bitCount = U16(h + 14);
-    compression = U32(h + 16);
-    colorsUsed = U32(h + 32);
+    if (headerSize >= 20) compression = U32(h + 16);
+    if (headerSize >= 36) colorsUsed = U32(h + 32);
   }
   const bool topDown = height < 0;
   if (topDown) height = -height;
@@ -130,16 +132,24 @@ DibPtr BmpDecoder::DecodeFile(const uint8_t* data, size_t size, int frame) {
   if (bitCount <= 8) {
     if (bitCount != 1 && bitCount != 4 && bitCount != 8) return nullptr;
     const uint32_t maxColors = 1u << bitCount;
-    const uint32_t n = colorsUsed == 0 || colorsUsed > maxColors ? maxColors : colorsUsed;
+    uint32_t n = colorsUsed == 0 || colorsUsed > maxColors ? maxColors : colorsUsed;
+    // Without a stated count, a pixel offset inside the full-sized table marks a shorter one.
+    if (colorsUsed == 0 && offBits > tableStart && offBits < tableStart + n * paletteEntrySize) {
+      n = static_cast<uint32_t>((offBits - tableStart) / paletteEntrySize);
+    }
     if (tableStart + n * paletteEntrySize > size) return nullptr;
     for (uint32_t k = 0; k < n; ++k) {
       const uint8_t* e = data + tableStart + k * paletteEntrySize;
       palette.push_back((e[2] << 16) | (e[1] << 8) | e[0]);
     }
+    tableStart += n * paletteEntrySize;
   }
-  if (offBits >= size) return nullptr;
-  const uint8_t* bits = data + offBits;
-  const size_t avail = size - offBits;
+  // Pixels cannot start inside the headers or the palette; some writers put a wrong offset
+  // there, and the pixels then follow the palette.
+  const size_t start = offBits < tableStart ? tableStart : offBits;
+  if (start >= size) return nullptr;
+  const uint8_t* bits = data + start;
+  const size_t avail = size - start;
   const int w = static_cast<int>(width), hgt = static_cast<int>(height);
 
   if (compression == kBiRle8 || compression == kBiRle4) {
@@ -149,7 +159,9 @@ DibPtr BmpDecoder::DecodeFile(const uint8_t* data, size_t size, int frame) {
   if (compression != kBiRgb && compression != kBiBitfields && compression != kBiAlphaBitfields) return nullptr;
 
   const size_t stride = ((static_cast<size_t>(w) * bitCount + 31) / 32) * 4;
-  if (stride * static_cast<size_t>(hgt) > avail) return nullptr;
+  // Every pixel must be there; the padding after the last row in the file may be missing.
+  const size_t lastRowBytes = (static_cast<size_t>(w) * bitCount + 7) / 8;
+  if (stride * static_cast<size_t>(hgt - 1) + lastRowBytes > avail) return nullptr;
   auto fileRow = [&](int y) { return bits + stride * static_cast<size_t>(topDown ? y : hgt - 1 - y); };
 
   if (bitCount <= 8) {
@@ -175,16 +187,8 @@ DibPtr BmpDecoder::DecodeFile(const uint8_t* data, size_t size, int frame) {
     return dib;
   }
   if (bitCount != 16 && bitCount != 32) return nullptr;
-  if (bitCount == 32 && compression == kBiRgb) {
-    // The fourth byte of a plain 32 bpp file is padding, written as zero; some writers keep
-    // alpha there instead. Any non-zero byte means it is alpha.
-    bool alphaBytes = false;
-    for (int y = 0; y < hgt && !alphaBytes; ++y) {
-      const uint8_t* src = fileRow(y);
-      for (int x = 0; x < w && !alphaBytes; ++x) alphaBytes = src[4 * x + 3] != 0;
-    }
-    if (alphaBytes) masks[3] = 0xFF000000u;
-  }
+  // The fourth byte of a plain 32 bpp pixel is unused whatever it holds: alpha comes only with
+  // bit fields that name it.
   const Channel r(masks[0]), g(masks[1]), b(masks[2]), a(masks[3]);
   const bool alpha = masks[3] != 0;
   DibPtr dib = NewDib(w, hgt, alpha ? CA_DIB_Argb : CA_DIB_Rgb);
@@ -235,7 +239,6 @@ bool BmpEncoder::EncodeDib(const CCA_Dib& dib, IMRL_StreamWrite& stream) {
   const uint64_t offBits = 14 + headerSize + 4 * palette.size();
   const uint64_t fileSize = offBits + stride * h;
   if (fileSize > 0xFFFFFFFFu) return false;
-  auto ppm = [](int dpi) { return static_cast<uint32_t>((dpi * 10000LL + 127) / 254); };
 
   std::vector<uint8_t> head;
   head.reserve(offBits);
@@ -251,8 +254,8 @@ bool BmpEncoder::EncodeDib(const CCA_Dib& dib, IMRL_StreamWrite& stream) {
   Put16(head, bitCount);
   Put32(head, alpha ? kBiBitfields : kBiRgb);
   Put32(head, static_cast<uint32_t>(stride * h));
-  Put32(head, ppm(XDpi()));
-  Put32(head, ppm(YDpi()));
+  Put32(head, PixelsPerMetre(XDpi()));
+  Put32(head, PixelsPerMetre(YDpi()));
   Put32(head, static_cast<uint32_t>(palette.size()));
   Put32(head, 0);
   if (alpha) {

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstdlib>
 #include <iterator>
 
 #include <gtest/gtest.h>
@@ -78,10 +79,14 @@ TEST(BmpCodec, ReadsPaletteRleBitfieldAndCoreVariants) {
        {{0, 1}, {1, 1}, {3, 0}}, {0xFF00FF00u, 0xFF0000FFu, 0xFF000000u}},
       {"5-6-5 fields", MakeBmp(2, 1, 16, 3, {}, {0x00, 0xF8, 0xEF, 0x7B}, {0xF800, 0x07E0, 0x001F}), CA_DIB_Rgb,
        {{0, 0}, {1, 0}}, {0xFFFF0000u, 0xFF7B7D7Bu}},
-      // 32 bpp: an all-zero fourth byte is padding; any non-zero one makes it alpha
-      {"32 padding", MakeBmp(2, 1, 32, 0, {}, {0x10, 0x20, 0x30, 0, 0x40, 0x50, 0x60, 0}), CA_DIB_Rgb, {{0, 0}}, {0xFF302010u}},
-      {"32 alpha", MakeBmp(2, 1, 32, 0, {}, {0x10, 0x20, 0x30, 0, 0x40, 0x50, 0x60, 0x80}), CA_DIB_Argb,
-       {{0, 0}, {1, 0}}, {0x00302010u, 0x80605040u}},
+      // 32 bpp without bit fields: the fourth byte is unused, zero or not
+      {"32 unused byte", MakeBmp(2, 1, 32, 0, {}, {0x10, 0x20, 0x30, 0, 0x40, 0x50, 0x60, 0x80}), CA_DIB_Rgb,
+       {{0, 0}, {1, 0}}, {0xFF302010u, 0xFF605040u}},
+      {"32 alpha field", MakeBmp(2, 1, 32, 3, {}, {0x10, 0x20, 0x30, 0, 0x40, 0x50, 0x60, 0x80}, {0xFF0000, 0xFF00, 0xFF}),
+       CA_DIB_Rgb, {{1, 0}}, {0xFF605040u}},
+      // an index past a short palette reads as black
+      {"short palette", MakeBmp(2, 1, 8, 0, {0x123456}, {0, 7, 0, 0}), CA_DIB_8bpp, {{0, 0}, {1, 0}},
+       {0xFF123456u, 0xFF000000u}},
       {"core header", MakeBmp(2, 1, 1, 0, {0x112233, 0xAABBCC}, {0x40, 0, 0, 0}, {}, true), CA_DIB_1bpp,
        {{0, 0}, {1, 0}}, {0xFF112233u, 0xFFAABBCCu}},
   };
@@ -98,11 +103,19 @@ TEST(BmpCodec, DamagedFilesAreRefused) {
   const std::vector<uint32_t> pal = {0, 0xFFFFFF};
   const Bytes good = MakeBmp(3, 2, 24, 0, {}, Bytes(24, 0x7F));
   ASSERT_NE(Decode(good), nullptr);
-  for (size_t cut = 0; cut < good.size(); ++cut) EXPECT_EQ(Decode(Head(good, cut)), nullptr) << "cut at " << cut;
+  // Rows are 9 bytes and 3 of padding; only the padding after the last row may be missing.
+  for (size_t cut = 0; cut < good.size(); ++cut) {
+    auto dib = Decode(Head(good, cut));
+    EXPECT_EQ(dib != nullptr, cut >= good.size() - 3) << "cut at " << cut;
+  }
   Bytes badHeader = good, badOffset = good;
   badHeader[14] = 200;   // header longer than the file
   badOffset[10] = badOffset[11] = 0xFF;
+  Bytes oddHeader = MakeBmp(3, 2, 24, 0, {}, Bytes(50, 0x7F));
+  oddHeader[14] = 66;   // no header has 66 bytes
+  oddHeader[10] = 14 + 66;
   for (const Bytes& bad : {MakeBmp(0, 2, 24, 0, {}, Bytes(24, 0)),             // no width
+                           oddHeader,
                            MakeBmp(100000, 100000, 24, 0, {}, Bytes(24, 0)),   // absurd size
                            MakeBmp(3, 2, 7, 0, {}, Bytes(24, 0)),              // no such depth
                            MakeBmp(3, 2, 24, 4, {}, Bytes(24, 0)),             // embedded JPEG
@@ -121,6 +134,68 @@ TEST(BmpCodec, DamagedFilesAreRefused) {
   EXPECT_EQ(Decode(shortMasks), nullptr);
 }
 
+TEST(BmpCodec, PixelOffsetsThatDisagreeWithThePalette) {
+  const std::vector<uint32_t> pal = {0xFF0000, 0x00FF00, 0x0000FF, 0xFFFFFF};
+  // An offset that points into the stated palette: the pixels follow the palette.
+  Bytes inside = MakeBmp(4, 1, 8, 0, pal, {3, 2, 1, 0});
+  inside[10] = 54;
+  auto dib = Decode(inside);
+  ASSERT_NE(dib, nullptr);
+  EXPECT_EQ(Argb(*dib, 0, 0), 0xFFFFFFFFu);
+  EXPECT_EQ(Argb(*dib, 3, 0), 0xFFFF0000u);
+  // A core header states no count: an offset inside the full 256-entry table ends it early.
+  dib = Decode(MakeBmp(4, 1, 8, 0, pal, {3, 2, 1, 0}, {}, true));
+  ASSERT_NE(dib, nullptr);
+  EXPECT_EQ(dib->GetPaletteSize(), 4);
+  EXPECT_EQ(Argb(*dib, 1, 0), 0xFF0000FFu);
+}
+
+// bmpsuite: every good file, and the questionable ones that have a plain reading, against the
+// reference pictures of the suite (drawn at 8 bits, so a channel may be off by one).
+TEST(BmpCodec, SuiteFilesMatchTheReferencePictures) {
+  const std::string dir = TestDataDir() + "/imagecorpus/files/pillow/bmp/";
+  if (ListFiles(dir + "g", ".bmp").empty()) GTEST_SKIP() << "no bmpsuite at " << dir;
+  // A good file's picture has its own name, or that of the plain file it re-encodes.
+  auto pictureOf = [&](const std::string& stem) -> std::string {
+    Bytes probe;
+    if (ReadFileBytes(dir + "html/" + stem + ".png", probe)) return stem;
+    const std::pair<const char*, const char*> families[] = {{"pal8nonsquare", "pal8nonsquare-e"}, {"rgb16-565", "rgb16-565"},
+        {"rgb16", "rgb16"}, {"rgb24", "rgb24"}, {"rgb32", "rgb24"}, {"pal1", "pal1"}, {"pal4", "pal4"}, {"pal8", "pal8"}};
+    for (const auto& f : families) {
+      if (stem.rfind(f.first, 0) == 0) return f.second;
+    }
+    return stem;
+  };
+  std::vector<std::pair<std::string, std::string>> cases;
+  for (const std::string& name : ListFiles(dir + "g", ".bmp")) cases.emplace_back("g/" + name, pictureOf(name.substr(0, name.size() - 4)));
+  for (const char* name : {"pal8offs", "pal8os2sp", "pal8os2v2", "pal8os2v2-16", "pal8oversizepal"}) cases.emplace_back(std::string("q/") + name + ".bmp", "pal8");
+  for (const char* name : {"rgb32fakealpha", "rgb32bf-xbgr", "rgb32h52", "rgb24largepal", "rgb24prof", "rgb24lprof"}) {
+    cases.emplace_back(std::string("q/") + name + ".bmp", "rgb24");
+  }
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.first + " against " + c.second);
+    Bytes bytes, refBytes;
+    ASSERT_TRUE(ReadFileBytes(dir + c.first, bytes));
+    ASSERT_TRUE(ReadFileBytes(dir + "html/" + c.second + ".png", refBytes));
+    auto dib = Decode(bytes);
+    auto ref = Decode(refBytes);
+    ASSERT_NE(dib, nullptr);
+    ASSERT_NE(ref, nullptr);
+    ASSERT_EQ(dib->GetWidth(), ref->GetWidth());
+    ASSERT_EQ(dib->GetHeight(), ref->GetHeight());
+    EXPECT_NE(dib->GetFormat(), CA_DIB_Argb);
+    int worst = 0;
+    for (int y = 0; y < dib->GetHeight(); ++y) {
+      for (int x = 0; x < dib->GetWidth(); ++x) {
+        const uint32_t a = Argb(*dib, x, y), b = Argb(*ref, x, y);
+        for (int shift = 0; shift < 32; shift += 8) worst = std::max(worst, std::abs(static_cast<int>((a >> shift) & 0xFF) - static_cast<int>((b >> shift) & 0xFF)));
+      }
+    }
+    EXPECT_LE(worst, 1);
+  }
+  EXPECT_GE(cases.size(), 30u);
+}
+
 TEST(BmpCodec, WriterStoresResolutionAsPixelsPerMetre) {
   auto dib = Pattern(4, 4, CA_DIB_Rgb);
   const int x = 254, y = 127;
@@ -130,6 +205,11 @@ TEST(BmpCodec, WriterStoresResolutionAsPixelsPerMetre) {
   EXPECT_EQ(le32(38), 10000u);
   EXPECT_EQ(le32(42), 5000u);
   EXPECT_EQ(le32(2), bytes.size());
+  // The field is signed: a resolution too large for it is capped, not wrapped.
+  const int huge = 2000000000;
+  const Bytes capped = Encode(*dib, CA_IMAGE_Bmp, nullptr, &huge, &x);
+  ASSERT_GE(capped.size(), 54u);
+  EXPECT_EQ(capped[38] | (capped[39] << 8) | (capped[40] << 16) | (uint32_t{capped[41]} << 24), 0x7FFFFFFFu);
 }
 
 }  // namespace

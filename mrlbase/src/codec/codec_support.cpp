@@ -2,6 +2,7 @@
 
 #include <mrlbase/stream.h>
 
+#include <algorithm>
 #include <cstring>
 
 ICA_ImageDecoder::~ICA_ImageDecoder() = default;
@@ -67,10 +68,8 @@ void ReadRowRgba(const CCA_Dib& dib, int y, uint8_t* rgba) {
       break;
     case CA_DIB_8bpp: {
       const int n = dib.GetPaletteSize();
-      for (int x = 0; x < w; ++x) {
-        // An index beyond a short palette reads as its gray level, not as black.
-        fromEntry(row[x] < n ? dib.GetPaletteEntry(row[x]) : row[x] * 0x010101u, rgba + 4 * x);
-      }
+      // An index beyond a short palette reads as black, as GetPaletteEntry and compositing do.
+      for (int x = 0; x < w; ++x) fromEntry(row[x] < n ? dib.GetPaletteEntry(row[x]) : 0u, rgba + 4 * x);
       break;
     }
     case CA_DIB_8bppMask:
@@ -170,10 +169,50 @@ CCA_Dib* DecoderBase::Decode(int frame, int format, int /*flags*/) {
   return dib.release();
 }
 
+uint32_t PixelsPerMetre(int dpi) noexcept {
+  if (dpi <= 0) return 0;
+  const int64_t ppm = (int64_t{dpi} * 10000 + 127) / 254;
+  return static_cast<uint32_t>(std::min<int64_t>(ppm, 0x7FFFFFFF));
+}
+
+DibPtr WithFullPalette(const CCA_Dib& source) {
+  const CA_DibFormat format = source.GetFormat();
+  if (format != CA_DIB_1bpp && format != CA_DIB_8bpp) return nullptr;
+  const int count = source.GetPaletteSize();
+  const int full = format == CA_DIB_1bpp ? 2 : 256;
+  if (count >= full) return nullptr;
+  int highest = 0;
+  const int w = source.GetWidth();
+  for (int y = 0; y < source.GetHeight() && highest < full - 1; ++y) {
+    const uint8_t* row = source.GetScanline(y);
+    if (format == CA_DIB_1bpp) {
+      for (int x = 0; x < w; ++x) highest = std::max(highest, (row[x >> 3] >> (7 - (x & 7))) & 1);
+    } else {
+      highest = std::max<int>(highest, *std::max_element(row, row + w));
+    }
+  }
+  if (highest < count) return nullptr;
+  DibPtr copy(new CCA_Dib);
+  if (!copy->Create(w, source.GetHeight(), format)) return nullptr;
+  const size_t rowBytes = format == CA_DIB_1bpp ? (static_cast<size_t>(w) + 7) / 8 : static_cast<size_t>(w);
+  for (int y = 0; y < source.GetHeight(); ++y) std::memcpy(copy->GetScanline(y), source.GetScanline(y), rowBytes);
+  std::vector<unsigned> palette(static_cast<size_t>(highest) + 1, 0u);   // black past the source's entries
+  for (int i = 0; i < count; ++i) palette[i] = source.GetPaletteEntry(i);
+  if (!copy->SetPalette(palette.data(), static_cast<int>(palette.size()))) return nullptr;
+  return copy;
+}
+
 int EncoderBase::Encode(const CCA_Dib* dib, IMRL_StreamWrite* stream) {
   if (!dib || !stream || !dib->GetBuffer() || dib->GetWidth() <= 0 || dib->GetHeight() <= 0) return 0;
   if (dib->GetFormat() < CA_DIB_1bpp || dib->GetFormat() > CA_DIB_Argb) return 0;
-  return EncodeDib(*dib, *stream) && stream->Flush() ? 1 : 0;
+  // Indexes past a short palette would make some formats write an invalid file or fail halfway;
+  // the encoders see the palette grown to cover them instead.
+  const DibPtr padded = WithFullPalette(*dib);
+  // The file is made in memory and handed over whole, so a failure leaves the stream untouched.
+  CMRL_MemoryStream file;
+  if (!EncodeDib(padded ? *padded : *dib, file)) return 0;
+  const std::vector<unsigned char> bytes = file.TakeData();
+  return !bytes.empty() && stream->WriteBlock(bytes.data(), bytes.size()) && stream->Flush() ? 1 : 0;
 }
 
 void EncoderBase::SetQuality(const int* quality) {

@@ -68,7 +68,16 @@ class DecoderBase : public ICA_ImageDecoder {
   IMRL_StreamRead* stream_ = nullptr;
 };
 
-// Common encoder state: the settings, stored until Encode.
+// Dots per inch as pixels per metre, rounded, and capped at 2^31 - 1 (the most BMP and PNG can
+// hold) so that no resolution overflows; 0 for a non-positive dpi.
+uint32_t PixelsPerMetre(int dpi) noexcept;
+
+// A copy of a 1 bpp or 8 bpp bitmap whose palette is grown, with black entries, to cover the
+// highest index it uses; null when the bitmap needs none (its palette already covers every pixel).
+DibPtr WithFullPalette(const CCA_Dib& source);
+
+// Common encoder state: the settings, stored until Encode. Encode hands EncodeDib a memory
+// stream and copies the file to the caller's stream only when EncodeDib succeeded.
 class EncoderBase : public ICA_ImageEncoder {
  public:
   int Encode(const CCA_Dib* dib, IMRL_StreamWrite* stream) override;
@@ -76,7 +85,8 @@ class EncoderBase : public ICA_ImageEncoder {
   void SetResolution(const int* xDpi, const int* yDpi) override;
 
  protected:
-  // Writes a bitmap that has pixels and a known layout. True when it was written.
+  // Writes a bitmap that has pixels, a known layout and, when indexed, a palette that covers
+  // every pixel. True when it was written; on false, whatever was written is dropped.
   virtual bool EncodeDib(const CCA_Dib& dib, IMRL_StreamWrite& stream) = 0;
   // Quality when set and within lo..hi, else `fallback`.
   int QualityOr(int lo, int hi, int fallback) const noexcept;

@@ -1,5 +1,6 @@
-// GIF over giflib. Decoding walks the records itself: it decodes the one frame asked for, checks
-// the rest of the file down to the trailer without decompressing it, and de-interlaces rows.
+// GIF over giflib. Decoding walks the records itself: it passes over the frames before the one
+// asked for without decompressing them, decodes that frame, de-interlaces its rows and stops
+// there, so whatever follows a whole frame (more frames, or junk) does not spoil it.
 
 #include <mrlbase/stream.h>
 #include <gif_lib.h>
@@ -52,13 +53,12 @@ class GifDecoder final : public DecoderBase {
     int error = 0;
     GifReader gif(DGifOpen(&input, ReadFromMemory, &error));
     if (!gif) return nullptr;
-    DibPtr result;
     int frameIndex = 0, transparent = -1;
     std::vector<GifPixelType> line;
     for (;;) {
       GifRecordType type;
       if (DGifGetRecordType(gif.get(), &type) != GIF_OK) return nullptr;
-      if (type == TERMINATE_RECORD_TYPE) break;
+      if (type == TERMINATE_RECORD_TYPE) return nullptr;   // fewer frames than asked for
       if (type == EXTENSION_RECORD_TYPE) {
         int code = 0;
         GifByteType* block = nullptr;
@@ -69,21 +69,16 @@ class GifDecoder final : public DecoderBase {
       }
       if (type != IMAGE_DESC_RECORD_TYPE) return nullptr;
       if (DGifGetImageDesc(gif.get()) != GIF_OK) return nullptr;
-      if (frameIndex++ == frame) {
-        result = DecodeFrame(gif.get(), transparent, line);
-        if (!result) return nullptr;
-      } else {
-        // Not wanted: pass over the compressed blocks only.
-        int codeSize = 0;
-        GifByteType* block = nullptr;
-        if (DGifGetCode(gif.get(), &codeSize, &block) != GIF_OK) return nullptr;
-        while (block) {
-          if (DGifGetCodeNext(gif.get(), &block) != GIF_OK) return nullptr;
-        }
+      if (frameIndex++ == frame) return DecodeFrame(gif.get(), transparent, line);
+      // Not wanted: pass over the compressed blocks only.
+      int codeSize = 0;
+      GifByteType* block = nullptr;
+      if (DGifGetCode(gif.get(), &codeSize, &block) != GIF_OK) return nullptr;
+      while (block) {
+        if (DGifGetCodeNext(gif.get(), &block) != GIF_OK) return nullptr;
       }
       transparent = -1;   // a control extension applies to the next image only
     }
-    return result;
   }
 
  private:

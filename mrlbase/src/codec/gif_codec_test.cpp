@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 #include <gif_lib.h>
 
+#include <iterator>
+#include <string>
+
 #include "codec/codec_test_support.h"
 
 using namespace codec_test;
@@ -74,11 +77,45 @@ TEST(GifCodec, FramesOfAnAnimationWithInterlaceAndPlacementAndCuts) {
   ASSERT_NE(second, nullptr);
   EXPECT_EQ(Argb(*second, 5, 7), kColors[(5 + 14 + 1) % 4]);
   EXPECT_EQ(Decode(file, 2), nullptr);
-  // Cut anywhere, the animation is refused, even when the first frame is already whole.
-  for (size_t cut = 6; cut < file.size(); cut += 7) {
-    EXPECT_EQ(Decode(Head(file, cut)), nullptr) << cut;
+  // A frame decodes when all of it is there, whatever follows; a cut inside it refuses it. The
+  // first frame ends where the file of that frame alone has its trailer.
+  const size_t firstEnd = WriteGif(20, 20, 3, {frames[0]}).size() - 1;
+  for (size_t cut = 6; cut < file.size(); cut += 5) {
+    auto head = Decode(Head(file, cut));
+    EXPECT_EQ(head != nullptr, cut >= firstEnd) << cut;
+    if (head) {
+      EXPECT_EQ(CountDifferences(*head, *first), 0) << cut;
+    }
+    EXPECT_EQ(Decode(Head(file, cut), 1), nullptr) << cut;
   }
-  EXPECT_EQ(Decode(Head(file, file.size() - 1)), nullptr);   // no trailer
+  EXPECT_NE(Decode(Head(file, firstEnd)), nullptr);
+  auto noTrailer = Decode(Head(file, file.size() - 1), 1);
+  ASSERT_NE(noTrailer, nullptr);
+  EXPECT_EQ(CountDifferences(*noTrailer, *second), 0);
+  // Junk after a whole frame (here another file's header) spoils only what comes after it.
+  Bytes junk = Head(file, firstEnd);
+  const uint8_t glued[] = {'G', 'I', 'F', '8', '9', 'a', 20, 0, 20, 0, 0x81, 0, 0, 0xFF};
+  junk.insert(junk.end(), std::begin(glued), std::end(glued));
+  auto beforeJunk = Decode(junk);
+  ASSERT_NE(beforeJunk, nullptr);
+  EXPECT_EQ(CountDifferences(*beforeJunk, *first), 0);
+  EXPECT_EQ(Decode(junk, 1), nullptr);
+}
+
+// Files of other writers: the first frame of each decodes, junk after it or not.
+TEST(GifCodec, CorpusFilesDecode) {
+  const std::string dir = TestDataDir() + "/imagecorpus/files/";
+  std::vector<std::string> paths;
+  for (const std::string& name : ListFiles(dir + "gif-test-suite", ".gif")) paths.push_back(dir + "gif-test-suite/" + name);
+  if (paths.empty()) GTEST_SKIP() << "no corpus at " << dir;
+  paths.push_back(dir + "pillow/test_extents_transparency.gif");   // a second file glued after the first frame
+  for (const std::string& path : paths) {
+    Bytes bytes;
+    ASSERT_TRUE(ReadFileBytes(path, bytes)) << path;
+    auto dib = Decode(bytes);
+    ASSERT_NE(dib, nullptr) << path;
+    EXPECT_GT(dib->GetWidth(), 0) << path;
+  }
 }
 
 }  // namespace

@@ -28,12 +28,25 @@ void ReadFromMemory(png_structp png, png_bytep out, png_size_t length) {
 void IgnoreWarning(png_structp, png_const_charp) {}
 void StopOnError(png_structp png, png_const_charp) { png_longjmp(png, 1); }
 
+// Keeps what libpng holds for one file within kDecodeMemoryBudget: a few rows of the widest
+// image it agrees to read, and at most kCachedChunks ancillary chunks (text, sPLT, unknown) of
+// at most a share of the budget each, inflated size included, so a compressed text or profile
+// that expands without end is dropped as soon as it passes its share (libpng warns and skips it).
+void LimitMemory(png_structp png) {
+  constexpr png_uint_32 kCachedChunks = 16;
+  constexpr png_uint_32 kMaxWidth = static_cast<png_uint_32>(kDecodeMemoryBudget / 32);   // 8 bytes a pixel, 4 rows
+  png_set_user_limits(png, kMaxWidth, PNG_UINT_31_MAX);
+  png_set_chunk_cache_max(png, kCachedChunks);
+  png_set_chunk_malloc_max(png, kDecodeMemoryBudget / kCachedChunks);
+}
+
 // Everything a decode owns, so the error path can release it after the longjmp.
 struct ReadState {
   png_structp png = nullptr;
   png_infop info = nullptr;
   DibPtr dib;
   std::vector<png_bytep> rows;
+  volatile bool rowsRead = false;   // every row is in dib: what follows the pixels cannot spoil them
   ~ReadState() { png_destroy_read_struct(&png, info ? &info : nullptr, nullptr); }
 };
 
@@ -100,12 +113,16 @@ class PngDecoder final : public DecoderBase {
     if (!s.png) return nullptr;
     s.info = png_create_info_struct(s.png);
     if (!s.info) return nullptr;
-    if (setjmp(png_jmpbuf(s.png))) return nullptr;   // s releases libpng's state and the bitmap
+    // s releases libpng's state and the bitmap. A fault before the last row refuses the file; one
+    // in the chunks after the pixels (a file cut before IEND) does not.
+    if (setjmp(png_jmpbuf(s.png))) return s.rowsRead ? std::move(s.dib) : nullptr;
     png_set_read_fn(s.png, &input, ReadFromMemory);
+    LimitMemory(s.png);
     png_read_info(s.png, s.info);
     if (!Prepare(s)) return nullptr;
     png_read_image(s.png, s.rows.data());
-    png_read_end(s.png, nullptr);   // a file cut before IEND is refused
+    s.rowsRead = true;
+    png_read_end(s.png, nullptr);
     return std::move(s.dib);
   }
 };
@@ -161,8 +178,7 @@ class PngEncoder final : public EncoderBase {
                  PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
     if (s.plteCount > 0) png_set_PLTE(s.png, s.info, s.plte, s.plteCount);
     if (XDpi() > 0 && YDpi() > 0) {
-      png_set_pHYs(s.png, s.info, static_cast<png_uint_32>(XDpi() / 0.0254 + 0.5),
-                   static_cast<png_uint_32>(YDpi() / 0.0254 + 0.5), PNG_RESOLUTION_METER);
+      png_set_pHYs(s.png, s.info, PixelsPerMetre(XDpi()), PixelsPerMetre(YDpi()), PNG_RESOLUTION_METER);
     }
     png_write_info(s.png, s.info);
     if (s.type & PNG_COLOR_MASK_COLOR) png_set_bgr(s.png);

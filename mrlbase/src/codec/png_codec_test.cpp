@@ -76,11 +76,14 @@ TEST(PngCodec, EverySuiteFileDecodesToItsSamplesOrIsRefused) {
     }
     EXPECT_EQ(bad, 0);
     ++decoded;
-    // A spread of cuts, including inside the final IEND chunk, covers header, data and trailer.
-    for (size_t cut : {size_t{0}, size_t{7}, size_t{8}, size_t{33}, bytes.size() / 3, bytes.size() / 2,
-                       bytes.size() - 13, bytes.size() - 1}) {
+    // A spread of cuts over header and data refuses the file; one inside the final IEND chunk,
+    // after every row, does not.
+    for (size_t cut : {size_t{0}, size_t{7}, size_t{8}, size_t{33}, bytes.size() / 3, bytes.size() / 2}) {
       EXPECT_EQ(Decode(Head(bytes, cut)), nullptr) << "cut at " << cut;
     }
+    auto noEnd = Decode(Head(bytes, bytes.size() - 1));
+    ASSERT_NE(noEnd, nullptr);
+    EXPECT_EQ(CountDifferences(*noEnd, *dib), 0);
   }
   EXPECT_GT(decoded, 100);
   EXPECT_GT(refused, 5);
@@ -141,6 +144,32 @@ TEST(PngCodec, EncoderKeepsGrayLevelAndResolution) {
   EXPECT_EQ(withDpi[at + 12], 1);    // unit: metre
   const Bytes noDpi = Encode(*rgb, CA_IMAGE_Png);
   EXPECT_EQ(std::string(noDpi.begin(), noDpi.end()).find("pHYs"), std::string::npos);
+  // A resolution past what the field holds is capped rather than wrapped.
+  const int huge = 2000000000;
+  const Bytes capped = Encode(*rgb, CA_IMAGE_Png, nullptr, &huge, &huge);
+  const size_t cappedAt = std::string(capped.begin(), capped.end()).find("pHYs");
+  ASSERT_NE(cappedAt, std::string::npos);
+  EXPECT_EQ((uint32_t{capped[cappedAt + 4]} << 24) | (capped[cappedAt + 5] << 16) | (capped[cappedAt + 6] << 8) | capped[cappedAt + 7],
+            0x7FFFFFFFu);
+}
+
+// Files of other writers that the damaged-file rule must not catch, and ones it must.
+TEST(PngCodec, CorpusFilesFollowTheDamagedFileRule) {
+  const std::string dir = TestDataDir() + "/imagecorpus/files/pillow/";
+  Bytes probe;
+  if (!ReadFileBytes(dir + "hopper.png", probe)) GTEST_SKIP() << "no corpus at " << dir;
+  // A text chunk that inflates without end is dropped, the pixels kept; a second IDAT cut short
+  // after a complete image costs nothing either.
+  for (const char* name : {"png_decompression_dos.png", "truncated_end_chunk.png"}) {
+    Bytes bytes;
+    ASSERT_TRUE(ReadFileBytes(dir + name, bytes)) << name;
+    EXPECT_NE(Decode(bytes), nullptr) << name;
+  }
+  for (const char* name : {"broken.png", "broken_data_stream.png", "truncated_image.png"}) {
+    Bytes bytes;
+    ASSERT_TRUE(ReadFileBytes(dir + name, bytes)) << name;
+    EXPECT_EQ(Decode(bytes), nullptr) << name;
+  }
 }
 
 }  // namespace

@@ -71,8 +71,16 @@ bool SameFamily(const std::string& a, const std::string& b) {
          });
 }
 
+// fontconfig builds its default configuration lazily on the first lookup, and first lookups on
+// several threads would each build one at once: build it here, once, before any lookup.
+void EnsureFontConfig() {
+  static std::once_flag once;
+  std::call_once(once, [] { FcInit(); });
+}
+
 // Best installed font for the request; ch non-zero asks for a font that has that character.
 bool MatchFont(const std::string& family, int weight, int italic, bool chinese, wchar_t ch, FontMatch& out) {
+  EnsureFontConfig();
   FcPatternPtr pattern(FcPatternCreate());
   if (!pattern) return false;
   if (!family.empty())

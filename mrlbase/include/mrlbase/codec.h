@@ -11,6 +11,11 @@
 // Decoders give 1 bpp or 8 bpp with a palette for bilevel and indexed images, 8 bpp with the gray
 // ramp for gray ones, CA_DIB_Rgb for colour and CA_DIB_Argb wherever the file carries alpha or
 // transparency. A damaged or truncated file gives null; nothing is read past the stream's size.
+//
+// Threads: CCA_Context::Get() builds the context once, thread-safely, and installing a factory is
+// atomic. Coders are made per use and are for one thread at a time; any number of them may work at
+// once. The GIF encoder runs giflib's quantizer (for bitmaps of more than 256 colours) one call
+// at a time in the process, since it is not reentrant.
 
 #include <mrlbase/enums.h>
 #include <mrlbase/export.h>

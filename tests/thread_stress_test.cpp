@@ -120,6 +120,25 @@ std::string JsonJob(const Scratch&) {
   return out;
 }
 
+// Objects that nobody changes may be read from many threads at once: one tree, one bitmap.
+std::string SharedReadJob(const Scratch&) {
+  static const std::shared_ptr<const ZELJson> tree =
+      ZELJsonFactory::ParseJsonString("{\"rect\":[1,2,3,4],\"list\":[0.5,\"x\",{\"k\":[true]}],\"n\":-12}");
+  static const std::unique_ptr<CCA_Dib> bitmap = Picture(40, 30, CA_DIB_Rgb);
+  std::string out = Text(ZELJsonFactory::BuildJsonString(tree));
+  CMRL_DeviceRectTemplate<int> rect;
+  out += std::to_string(ZELJsonHelper::ToRect(tree->GetChild("rect"), rect)) + std::to_string(rect.bottom);
+  out += tree->GetChild("list")->GetChild(2)->HasKey("k") ? "k" : "-";
+  out += std::to_string(tree->GetInt("n", 0));
+  for (CA_ImageFormat format : {CA_IMAGE_Png, CA_IMAGE_Gif}) {
+    CMRL_MemoryStream stream;
+    out += std::to_string(ImageEncode(bitmap.get(), format, &stream, -1, 0, 0));
+    const Bytes bytes = stream.TakeData();
+    out += Digest(bytes.data(), bytes.size());
+  }
+  return out;
+}
+
 // ---- Certificates -----------------------------------------------------------------------------
 
 std::string CertFields(const CertInfo& i) {
@@ -408,7 +427,7 @@ constexpr Job kJobs[] = {
     {"codec", CodecJob},       {"geometry", GeometryJob},   {"erase", EraseJob},
     {"draw text", DrawTextJob}, {"composite", CompositeJob}, {"path", PathJob},
     {"file", FileJob},         {"temp name", TempNameJob},  {"rand user", RandUserJob},
-    {"text", TextJob},
+    {"text", TextJob},         {"shared reads", SharedReadJob},
 };
 constexpr int kJobCount = static_cast<int>(sizeof kJobs / sizeof kJobs[0]);
 

@@ -19,9 +19,8 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <map>
-#include <mutex>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <thread>

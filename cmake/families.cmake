@@ -5,7 +5,8 @@
 #   zel_add_family(NAME <target> DIR <folder> [DEPS <targets>...] [EXTRA_SOURCES <files>...])
 #
 # Every *.cpp in DIR except *_test.cpp goes into the archive; every *_test.cpp becomes its own
-# GoogleTest executable registered with CTest.
+# GoogleTest executable registered with CTest. A test whose source starts threads gets the CTest
+# label "threads" and joins the target threads_tests, which is all the tsan preset builds.
 function(zel_add_family)
   cmake_parse_arguments(FAM "" "NAME;DIR" "DEPS;EXTRA_SOURCES" ${ARGN})
   file(GLOB _all CONFIGURE_DEPENDS "${FAM_DIR}/*.cpp")
@@ -34,7 +35,21 @@ function(zel_add_family)
       target_compile_definitions(${_tn} PRIVATE
         ZEL_TESTDATA_DIR="${PROJECT_SOURCE_DIR}/../shared/testdata"
         ZEL_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
-      gtest_discover_tests(${_tn} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60)
+      zel_register_gtest(${_tn} ${_t})
     endforeach()
+  endif()
+endfunction()
+
+# Registers a GoogleTest executable with CTest; `source` decides whether it carries the label "threads".
+function(zel_register_gtest target source)
+  file(READ "${source}" _text)
+  if(_text MATCHES "std::thread")
+    gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60 PROPERTIES LABELS threads)
+    if(NOT TARGET threads_tests)
+      add_custom_target(threads_tests)
+    endif()
+    add_dependencies(threads_tests ${target})
+  else()
+    gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60)
   endif()
 endfunction()

@@ -8,6 +8,8 @@
 //   CMRL_ByteString bytes = Base64Decode(text.c_str(), -1);                                 // "abc"
 //
 // The decoder never fails: it decodes as far as the text makes sense and returns that.
+//
+// Threads: no state; any number of calls at once, on shared input too.
 
 #include <mrlbase/byte_string.h>
 #include <zelutility/export.h>

@@ -15,6 +15,11 @@
 //
 // The one exception thrown is std::out_of_range("invalid string position"), for a validity time
 // too short to be read; everything else answers false or a small code.
+//
+// Threads: calls run at once, also on the same input bytes; a CertInfo is for one thread at a time
+// while it is being filled. Every OpenSSL object lives inside one call, except the private library
+// context that opens PKCS#12 containers: it is built once, on the first such call, and then shared,
+// which OpenSSL allows. The process's own OpenSSL setup is never touched.
 
 #include <mrlbase/byte_string.h>
 #include <mrlbase/wide_string.h>

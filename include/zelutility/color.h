@@ -14,6 +14,8 @@
 //   ParseColorString("255 128 0", word, space);    // true: the same colour
 //   CMRL_ByteString text;
 //   ParseColorByte(word, space, text);             // true: text "#FF8000"
+//
+// Threads: no state; any number of calls at once, each with its own output variables.
 
 #include <mrlbase/byte_string.h>
 #include <mrlbase/enums.h>

@@ -7,6 +7,10 @@
 #include <mrlbase/psv_template.h>
 #include <zelutility/export.h>
 
+// Threads: calls on different target bitmaps run at once. A target is for one thread at a time; a
+// source or a page searched by GetAutoCalClipRect may be read by several calls at once while
+// nobody changes it.
+
 // Composites source onto target with a blend mode; the target's alpha (if it has one) is taken
 // first and multiplied back afterwards.
 // Mode 30 (CA_BLEND_HSB) is done here pixel by pixel: hue and saturation of the source,

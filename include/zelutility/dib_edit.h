@@ -20,6 +20,11 @@
 //   auto desc = ZELJsonFactory::ParseJsonString("{\"LineWidth\": 8, \"ColorValue\": 16777215}", -1, nullptr);
 //   DeleteRectDib(page, CMRL_DeviceRectTemplate<int>(10, 10, 200, 40), desc);
 //   DeletePathDib(page, strokePoints, desc);
+//
+// Threads: calls on different bitmaps run at once; the bitmap being erased is for one thread at
+// a time. The description and the points are only read and may be shared by calls at once while
+// nobody changes them; the points' array lock is taken for one read at a time, never across the
+// call, so the caller keeps the array unchanged meanwhile.
 
 // Overwrites rect (right and bottom exclusive) of dib. Negative coordinates become 0; the rectangle
 // is clipped to the rows and to the pitch (so spare bytes at the end of a row may be written).

@@ -22,6 +22,10 @@
 //   auto desc = ZELJsonFactory::ParseJsonString(
 //       "{\"Content\":\"你好 Hello\",\"Font\":{\"FontSize\":20,\"Color\":\"#C00000\"},\"DeltaX\":8}", -1, nullptr);
 //   DrawTextOnDevice(&device, desc);   // 1
+//
+// Threads: calls on different devices run at once; a device and its bitmap are for one thread at
+// a time. Each call loads a font of its own with its own FreeType library; the system's font
+// configuration is loaded once per process, by whichever call comes first.
 ZEL_API int DrawTextOnDevice(ICA_Device* device, std::shared_ptr<const ZELJson> description);
 
 #endif  // ZELUTILITY_DRAW_TEXT_H_

@@ -9,6 +9,10 @@
 //   if (info.IsDir()) { ... }
 //   int flags = GetFileFlags("/var/data/a.pdf");  // 51: exists, regular file, readable, writable
 //   LXCreateFile("/var/out/2024/report.txt");     // makes the missing folders and an empty file
+//
+// Threads: no state; calls run at once. Calls on the same paths at once meet in the file system,
+// not in the library: two copies to one target, or a status taken while a file is being made,
+// see whatever the file system holds at that moment.
 
 #include <memory>
 

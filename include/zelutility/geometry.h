@@ -18,6 +18,10 @@
 //   for (auto p : {CMRL_PSVTemplate<float>(0, 0), {10, 0}, {10, 10}, {0, 10}}) square.Add(p);
 //   IsPointInside(square, {10, 5});   // true: right and bottom edges belong to the polygon
 //   IsPointInside(square, {0, 5});    // false: left and top edges do not
+//
+// Threads: no state; calls run at once, on shared polygons too. Each vertex is read under the
+// polygon's lock for that one read, so the caller keeps a polygon unchanged during a call; an
+// output polygon is for one thread at a time.
 
 // True when segment a-b crosses segment c-d: each segment's ends lie strictly on both sides of
 // the other's line, or the segments are collinear and their bounding boxes meet (touching counts).

@@ -9,6 +9,12 @@
 //   auto out = CMRL_FileStream::Open("page.jpg", true);
 //   int ok = ImageEncode(dib, getImageFormatFromExt(".jpg"), out.get(), 90, 300, 300);
 //   delete dib;
+//
+// Threads: decodes and encodes run at once, each with a coder of its own; a stream and a bitmap
+// being decoded into or encoded from are for one thread at a time (a bitmap nobody changes may
+// be encoded by several calls at once). GIF encodes of bitmaps with more than 256 colours take
+// turns for their palette step only, since giflib's quantizer is not reentrant. An LXImageProcess
+// is for one thread at a time.
 
 #include <mrlbase/enums.h>
 #include <zelutility/export.h>

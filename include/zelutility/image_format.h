@@ -17,6 +17,8 @@
 //
 //   CA_ImageFormat f = getImageFormatFromExt(".TIF");   // CA_IMAGE_Tif
 //   CMRL_ByteString word = getTypeFromImageFormat(f);    // "TIF"
+//
+// Threads: no state (the type words are constants); any number of calls at once.
 
 #include <mrlbase/byte_string.h>
 #include <mrlbase/enums.h>

@@ -48,7 +48,10 @@ ZEL_API const char* GetJsonTypeString(ZELJsonType type);
 //   root->SetString("title", "Page 1");                  // add or replace by key
 //   root->AddArray("marks")->InsertDouble(-1, 0.5);      // -1 appends
 //
-// A tree is for one thread at a time while anyone changes it.
+// Threads: different trees share nothing (each has its own memory pool) and may be used at once.
+// A tree, with every view into it, is for one thread at a time while anyone changes it; while
+// nobody changes it, any number of threads may read it at once. Member iteration moves a position
+// kept in the node object, so one node object is iterated by one thread at a time.
 class ZELJson {
  public:
   virtual ~ZELJson() = default;

@@ -9,6 +9,10 @@
 
 // The door between JSON text and ZELJson nodes. Static members only; no state.
 //
+// Threads: parses run at once, each making a tree of its own; BuildJsonString may read one tree
+// from several threads at once while nobody changes it. A config object is for one thread at a time
+// while it is being set.
+//
 //   auto root = ZELJsonFactory::ParseJsonString("{\"a\": [1, 2.5, \"x\"]}", -1, nullptr);
 //   if (!root) return;                                  // the reason was printed on stdout
 //   root->GetChild("a")->InsertInt(0, 7);

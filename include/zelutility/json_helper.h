@@ -15,6 +15,10 @@
 // The To* side is lenient: a scalar conversion accepts any node (null included) and falls back
 // to a default; a shape conversion only asks for an array and reads missing elements as that
 // default (-1 for integer shapes, 0 for float shapes). Array conversions append, never clear.
+//
+// Threads: no state; calls run at once. Every From* call makes a tree of its own; a To* call only
+// reads its node and may share it with other readers while nobody changes the tree. Output
+// variables and arrays are for one thread at a time.
 
 #include <memory>
 

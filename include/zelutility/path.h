@@ -14,6 +14,9 @@
 //
 // A length argument below 0 means the path runs to its terminator; otherwise it is the number of
 // bytes to look at.
+//
+// Threads: no state; any number of calls at once. The in-place forms change the caller's text,
+// which is for one thread at a time. MakeTempFilename gives equal texts within one second.
 
 #include <string>
 

@@ -10,6 +10,12 @@
 // with the same settings in the same second and process get the same name. Paths are in the
 // local encoding.
 //
+// Threads: objects are independent; one object is for one thread at a time. Names made at once
+// on several threads follow the same rule as on one: equal settings in the same second give
+// equal names. The digits are worked out on a generator state of the call's own, so other
+// threads using rand() meanwhile do not change them; the reseed of the shared generator with the
+// second still happens, and it moves what rand() gives every other thread of the process.
+//
 //   TempFile temp;                 // in the system's temporary folder
 //   temp.setPrefix("scan");
 //   temp.setFileExt("png");

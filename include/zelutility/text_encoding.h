@@ -13,6 +13,10 @@
 //   std::string utf8 = Unicode2Utf8(wide.c_str(), -1);              // the same bytes again
 //
 // Wide text is the platform's wchar_t: one code point per unit on Linux.
+//
+// Threads: no state; any number of calls at once. The local encoding is read from the LC_CTYPE
+// locale at each call: a thread that changes the process's locale (setlocale) while others
+// convert makes their results depend on timing, as it does for the C library itself.
 
 #include <string>
 

@@ -47,6 +47,11 @@ std::uint32_t ProcessId() noexcept;
 // Seconds since the epoch.
 std::int64_t CurrentTime() noexcept;
 
+// Writes to `values` the first `count` numbers that the C runtime's rand() gives after
+// srand(seed), drawn from a generator state of this call alone: the process-wide generator is
+// neither read nor moved, so other threads seeding or drawing at the same time change nothing.
+void SeededRandSequence(unsigned seed, int* values, int count) noexcept;
+
 // Status of the file at a wide path (backslashes count as separators). False when the path has
 // no status; `status` is then untouched.
 bool StatPath(const std::wstring& path, FileStatus& status);

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
+#include <mutex>
 #include <string_view>
 
 #include <zelutility/text_encoding.h>
@@ -105,6 +106,30 @@ std::string TempDirectory() {
 std::uint32_t ProcessId() noexcept { return static_cast<std::uint32_t>(::getpid()); }
 
 std::int64_t CurrentTime() noexcept { return static_cast<std::int64_t>(std::time(nullptr)); }
+
+#if defined(__GLIBC__)
+void SeededRandSequence(unsigned seed, int* values, int count) noexcept {
+  // glibc's rand() is random() on the additive generator of type 3, whose state (with its type
+  // word) fills 128 bytes; the reentrant calls run the same generator on a state of our own.
+  char state[128] = {};
+  random_data data{};
+  initstate_r(seed, state, sizeof state, &data);
+  for (int i = 0; i < count; ++i) {
+    std::int32_t value = 0;
+    random_r(&data, &value);
+    values[i] = static_cast<int>(value);
+  }
+}
+#else
+void SeededRandSequence(unsigned seed, int* values, int count) noexcept {
+  // Without a reentrant twin of rand() the shared generator has to do; the lock keeps our calls
+  // apart, though not from other users of rand().
+  static std::mutex randLock;
+  std::lock_guard<std::mutex> hold(randLock);
+  std::srand(seed);
+  for (int i = 0; i < count; ++i) values[i] = std::rand();
+}
+#endif
 
 bool StatPath(const std::wstring& path, FileStatus& status) {
   struct stat record {};

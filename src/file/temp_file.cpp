@@ -49,9 +49,14 @@ std::string TempFile::generateFileName() const {
   if (!m_prefix.empty()) name += m_prefix + "_";
   if (m_useAppId) name += std::to_string(zel::platform::ProcessId()) + "_";
   if (m_useRandomNumber) {
-    // Seeded from the second on every call: the digits depend on nothing else.
-    std::srand(static_cast<unsigned>(static_cast<std::uint32_t>(zel::platform::CurrentTime())));
-    for (int i = 0; i < 5; ++i) name += static_cast<char>('0' + std::rand() % 10);
+    // The digits of srand(second) and five rand(), drawn from a private state so that other
+    // threads using rand() meanwhile cannot change them; the shared generator is still reseeded
+    // with the second, which callers may rely on.
+    const unsigned seed = static_cast<unsigned>(static_cast<std::uint32_t>(zel::platform::CurrentTime()));
+    int values[5];
+    zel::platform::SeededRandSequence(seed, values, 5);
+    std::srand(seed);
+    for (int value : values) name += static_cast<char>('0' + value % 10);
   }
   if (!m_suffix.empty()) name += "_" + m_suffix;
   if (!m_fileExt.empty()) name += "." + m_fileExt;

@@ -10,8 +10,12 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <atomic>
+#include <map>
 #include <optional>
 #include <string>
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -182,6 +186,40 @@ TEST_F(TempFileTest, CopiesShareTheNameAndBothTryToRemove) {
     assigned.setAutoRemove(true);  // the copy removes it; the flags came along and are its own
   }
   EXPECT_FALSE(Exists(path));
+}
+
+TEST_F(TempFileTest, DigitsHoldWhileOtherThreadsUseTheSharedGenerator) {
+  // The documented side effect: the shared generator is left seeded with the second.
+  const auto [second, name] = WithinOneSecond([&] {
+    const std::string made = Generated(dir_, nullptr, nullptr, nullptr, false, true);
+    return std::make_pair(made, std::rand());
+  });
+  std::srand(static_cast<unsigned>(static_cast<std::uint32_t>(second)));
+  EXPECT_EQ(name.second, std::rand());
+  EXPECT_EQ(name.first, dir_ + DigitsFor(second));
+
+  // Worked out on this thread before anyone else touches the generator.
+  std::map<std::time_t, std::string> digits;
+  const std::time_t start = std::time(nullptr);
+  for (std::time_t t = start - 1; t < start + 120; ++t) digits[t] = DigitsFor(t);
+
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> users;
+  for (int i = 0; i < 8; ++i)
+    users.emplace_back([&stop, i] {
+      for (unsigned n = 0; !stop.load(std::memory_order_relaxed); ++n) {
+        std::srand(n * 8 + static_cast<unsigned>(i));
+        for (int k = 0; k < 3; ++k) (void)std::rand();
+      }
+    });
+  std::vector<std::string> wrong;
+  for (int round = 0; round < 300; ++round) {
+    const auto [t, made] = WithinOneSecond([&] { return Generated(dir_, "p", nullptr, nullptr, false, true); });
+    if (made != dir_ + "p_" + digits[t]) wrong.push_back(made + " in second " + std::to_string(t));
+  }
+  stop = true;
+  for (std::thread& user : users) user.join();
+  EXPECT_TRUE(wrong.empty()) << wrong.size() << " wrong names, first " << wrong.front();
 }
 
 }  // namespace

@@ -15,6 +15,9 @@
 // elements are zero bytes. Indexes outside the array are refused (GetAt gives a zero value);
 // operator[] does not check.
 //
+// Threads: no lock. Several threads may read one array at once while nobody changes it; an array
+// that anyone changes is for one thread at a time (CMRL_TSArrayTemplate locks for you).
+//
 //   CMRL_ArrayTemplate<int> widths;
 //   widths.Add(12);
 //   widths.InsertAt(0, 7);                    // {7, 12}

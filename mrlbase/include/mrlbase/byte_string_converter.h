@@ -16,6 +16,10 @@
 //  - characters that the local encoding cannot hold become "?".
 // The local encoding is the codeset of the current LC_CTYPE locale; plain ASCII counts as UTF-8.
 //
+// Threads: no state; any number of conversions at once. Each conversion through the local
+// encoding opens its own converter. The locale is read at each call, so a setlocale on another
+// thread meanwhile makes the result depend on timing.
+//
 //   CMRL_WideString w = CMRL_ByteStringConverter::utf8_to_unicode("caf\xC3\xA9", -1);   // L"café"
 //   CMRL_ByteString b = CMRL_ByteStringConverter::unicode_to_utf8(w.c_str(), w.GetLength());
 class MRL_API CMRL_ByteStringConverter {

@@ -10,7 +10,7 @@
 //
 // Decoders give 1 bpp or 8 bpp with a palette for bilevel and indexed images, 8 bpp with the gray
 // ramp for gray ones, CA_DIB_Rgb for colour and CA_DIB_Argb wherever the file carries alpha or
-// transparency. A damaged or truncated file gives null; nothing is read past the stream's size.
+// transparency. Nothing is read past the stream's size.
 //
 // Every decoder gives the picture the way up its file says it is shown: a TIFF Orientation tag
 // and a JPEG's Exif orientation are applied (5-8 swap width and height); a missing, malformed or
@@ -18,9 +18,17 @@
 // (12- and 16-bit gray, 16-bit RGB and CMYK alike; floating-point samples are refused); CMYK
 // becomes CA_DIB_Rgb, and CIE L*a*b* becomes sRGB with the file's white point (D50 when it
 // names none) shown as pure white.
-// A TIFF or JPEG frame is damaged when the codec library reports an error while reading it, or a
-// warning that pixels were lost (data ending early, corrupt compressed data); warnings it
-// recovers from without losing pixels are not damage.
+//
+// Damaged files are refused, in every format: Decode gives null when the codec library reports
+// an error while reading the frame, or a warning that pixels were lost (data ending before the
+// frame's last row, corrupt compressed data). Warnings a library recovers from without losing
+// pixels are not damage, and what follows a whole frame (junk, a cut trailer or end chunk) does
+// not spoil it.
+//
+// Threads: CCA_Context::Get() builds the context once, thread-safely, and installing a factory is
+// atomic. Coders are made per use and are for one thread at a time; any number of them may work at
+// once. The GIF encoder runs giflib's quantizer (for bitmaps of more than 256 colours) one call
+// at a time in the process, since it is not reentrant.
 
 #include <mrlbase/enums.h>
 #include <mrlbase/export.h>

@@ -27,6 +27,9 @@ class MRL_API ICA_Device {
 // has kerning, blended in the given colour (source over; alpha kept up to date for CA_DIB_Argb).
 // The bitmap belongs to the caller and must outlive the device.
 //
+// Threads: a device and its bitmap are for one thread at a time; devices on different bitmaps may
+// draw at once.
+//
 //   CCA_Dib page;  page.Create(400, 100, CA_DIB_Rgb32);
 //   CCA_DibDevice device(&page);
 //   CCA_Font font(nullptr);  font.LoadFont(L"DejaVu Sans", L"DejaVu Sans", 0, 400, 0);

@@ -23,6 +23,9 @@ class CCA_Region;
 // and read back as it is), 0x00RRGGBB for 24 bpp, the index or level in bits 7-0 for 8 bpp, bit 0
 // for 1 bpp.
 //
+// Threads: a bitmap is for one thread at a time while anyone changes it; several threads may read
+// one (GetPixel, GetScanline, as a composite source or an encoder's input) while nobody changes it.
+//
 //   CCA_Dib dib;
 //   if (dib.Create(640, 480, CA_DIB_Rgb)) dib.SetPixel(CMRL_PSVTemplate<int>(3, 4), 0xFF0000);
 //

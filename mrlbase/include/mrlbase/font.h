@@ -10,6 +10,11 @@
 // A font lookup over fontconfig and FreeType. Fonts made with the same manager share its
 // FreeType library; the manager must outlive them and serialises their use of it.
 //
+// Threads: a font is for one thread at a time. A font made without a manager has a FreeType
+// library of its own and runs beside any other; fonts sharing a manager may be used from different
+// threads, taking turns on its lock. fontconfig's configuration is loaded once, by the first
+// lookup of the process.
+//
 //   CCA_FontMgr manager;
 //   CCA_Font font(&manager);
 //   font.LoadFont(L"DejaVu Sans", L"DejaVu Sans", 0, 400, 0);

@@ -3,6 +3,11 @@
 
 // The whole public API of mrlbase: value types, strings, arrays, streams, bitmaps, paths, codecs,
 // fonts and devices.
+//
+// Threads: mrlbase starts no thread. Distinct objects may be used from different threads at
+// once; an object that anyone changes is for one thread at a time, except a CMRL_TSArrayTemplate,
+// which locks itself for each call. The codec context and the font configuration are set up once,
+// on first use, whichever thread comes first.
 #include <mrlbase/array_template.h>
 #include <mrlbase/byte_string.h>
 #include <mrlbase/byte_string_converter.h>

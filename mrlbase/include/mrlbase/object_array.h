@@ -13,6 +13,9 @@
 // New elements from SetSize are value-initialised (zero for numbers). Indexes outside the array
 // are refused (GetAt gives a default-constructed T); operator[] does not check.
 //
+// Threads: no lock, as CMRL_ArrayTemplate: shared reading is fine, changing is for one thread at
+// a time.
+//
 //   CMRL_ObjectArray<CMRL_ByteString> names;
 //   names.Add("first");
 //   names.InsertAt(0, "zeroth");             // {"zeroth", "first"}

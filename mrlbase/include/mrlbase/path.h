@@ -12,6 +12,8 @@
 //   path.ClosePath();                 // sets the close flag on the point (10, 10)
 //   CMRL_PSVTemplate<float> p; int type = 0; bool close = false;
 //   path.GetPoint(2, p, type, close); // true: p (10, 10), type CA_PATH_LineTo, close true
+//
+// Threads: no lock; a path is for one thread at a time while anyone changes it.
 
 #include <vector>
 

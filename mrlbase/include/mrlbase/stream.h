@@ -8,6 +8,9 @@
 
 #include <mrlbase/export.h>
 
+// Threads: a stream is for one thread at a time; different streams, also over the same file or
+// the same bytes, may be used at once.
+
 // A source of bytes with random access (codecs read images through it).
 class MRL_API IMRL_StreamRead {
  public:

@@ -13,6 +13,11 @@
 // hold it alone. A sequence of calls is not atomic; use Snapshot() to read a consistent copy.
 // Copying takes the source's shared lock; moving and assigning take the locks they need.
 //
+// Threads: this lock is the only one a caller of the library deals with. It is held for one member
+// call and never across a loop: a function that walks the array (a polygon in the geometry
+// functions, say) takes it once for each element, so the caller keeps the array unchanged while
+// such a function runs, or hands it a copy.
+//
 //   CMRL_TSArrayTemplate<CMRL_ArrayTemplate, int> ids;
 //   std::thread t([&] { ids.Add(1); });
 //   ids.Add(2);

@@ -10,6 +10,9 @@
 // one buffer under an atomic reference count, every write first takes a private copy, and the empty
 // string holds no buffer.
 //
+// Threads: as CMRL_ByteString: distinct objects at once, even when they share a buffer; one
+// object is not to be written from two threads at once.
+//
 //   CMRL_WideString title(L"Zoom");
 //   title += L'\x2192';                  // one unit per code point
 //   CMRL_ByteString utf8 = CMRL_ByteStringConverter::unicode_to_utf8(title.c_str(), title.GetLength());

@@ -6,6 +6,7 @@
 #include <gif_lib.h>
 
 #include <cstring>
+#include <mutex>
 #include <unordered_map>
 
 #include "codec/codec_support.h"
@@ -219,7 +220,14 @@ bool MakeIndexed(const CCA_Dib& dib, Indexed& out) {
     }
     int size = alpha ? 128 : 256;   // a power of two; one free entry left for transparency
     GifColorType colors[256];
-    if (GifQuantizeBuffer(w, h, &size, r.data(), g.data(), b.data(), out.pixels.data(), colors) != GIF_OK) return false;
+    {
+      // giflib's median cut keeps the axis its sort compares on in a file-level variable, so two
+      // quantizations at once reorder each other's boxes: one at a time in the process.
+      static std::mutex quantizeLock;
+      std::lock_guard<std::mutex> hold(quantizeLock);
+      if (GifQuantizeBuffer(w, h, &size, r.data(), g.data(), b.data(), out.pixels.data(), colors) != GIF_OK)
+        return false;
+    }
     out.palette.clear();
     for (int i = 0; i < size; ++i) out.palette.push_back((colors[i].Red << 16) | (colors[i].Green << 8) | colors[i].Blue);
   }

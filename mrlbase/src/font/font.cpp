@@ -71,8 +71,25 @@ bool SameFamily(const std::string& a, const std::string& b) {
          });
 }
 
+// fontconfig builds its default configuration lazily on the first lookup, and first lookups on
+// several threads would each build one at once. Its internal locks are made lazily too, on the
+// first match. So one thread loads the configuration and makes one match first, before any
+// lookup; later lookups only read what that set up.
+void EnsureFontConfig() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    if (!FcInit()) return;
+    FcPatternPtr pattern(FcPatternCreate());
+    if (!pattern || !FcConfigSubstitute(nullptr, pattern.get(), FcMatchPattern)) return;
+    FcDefaultSubstitute(pattern.get());
+    FcResult result = FcResultNoMatch;
+    FcPatternPtr match(FcFontMatch(nullptr, pattern.get(), &result));
+  });
+}
+
 // Best installed font for the request; ch non-zero asks for a font that has that character.
 bool MatchFont(const std::string& family, int weight, int italic, bool chinese, wchar_t ch, FontMatch& out) {
+  EnsureFontConfig();
   FcPatternPtr pattern(FcPatternCreate());
   if (!pattern) return false;
   if (!family.empty())

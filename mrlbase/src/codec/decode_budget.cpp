@@ -110,10 +110,12 @@ uint64_t EstimateJ2kDecodeBytes(const J2kLayout& layout) noexcept {
   // its own planes before it is copied out.
   const bool singleTile = layout.tileX0 == 0 && layout.tileY0 == 0 && layout.x0 == 0 && layout.y0 == 0 &&
                           layout.tileW == layout.x1 && layout.tileH == layout.y1;
-  // Tiles are numbered from the grid origin, whether or not the image starts there.
-  const double tiles = CeilDiv(static_cast<double>(layout.x1) - layout.tileX0, layout.tileW) *
-                       CeilDiv(static_cast<double>(layout.y1) - layout.tileY0, layout.tileH);
-  double bytes = kFixedBytes + static_cast<double>(layout.streamBytes) + tiles * (kTileRecordBytes + kTileComponentRecordBytes * layout.components.size());
+  // Tiles are numbered from the grid origin, whether or not the image starts there. A grid origin
+  // past the image is invalid and left for the library to refuse.
+  const double tiles = std::max(0.0, CeilDiv(static_cast<double>(layout.x1) - layout.tileX0, layout.tileW)) *
+                       std::max(0.0, CeilDiv(static_cast<double>(layout.y1) - layout.tileY0, layout.tileH));
+  const double records = kTileRecordBytes + kTileComponentRecordBytes * static_cast<double>(layout.components.size());
+  double bytes = kFixedBytes + static_cast<double>(layout.streamBytes) + tiles * records;
   double longestSide = 0;
   bool first = true;
   for (const J2kLayout::Component& c : layout.components) {

@@ -247,6 +247,11 @@ TEST(J2kLayout, ReadsTheGridAndTheMostDemandingCodingStyleOfAnyTilePart) {
   EXPECT_EQ(layout.codeBlockHeightExp, 4u);
   EXPECT_EQ(layout.precinctWidthExp, 6u);
   EXPECT_EQ(layout.streamBytes, j2k.size());
+  // A tile grid that starts past the image (invalid, refused by the library) still gives the
+  // planes' share, not a negative count of tiles.
+  J2kLayout odd = layout;
+  odd.tileX0 = odd.x1 + 1000;
+  EXPECT_GE(EstimateJ2kDecodeBytes(odd), uint64_t{300} * 200 * 4);
 
   // A tile-part that switches its tile to 4 x 8 code-blocks and seven resolutions: the layout
   // takes them, and the estimate grows with the extra bookkeeping.

@@ -20,6 +20,7 @@ class IMRL_StreamWrite;
 // Decodes the first image of `stream`: the format is read from its signature, the factory's
 // decoder for it reads the stream. A new bitmap the caller deletes, or null when the format
 // has no decoder, the decoder refuses the stream, or decoding fails.
+// Decoding fails for a damaged file and for one that would take more than 1 GiB beyond the bitmap.
 ZEL_API CCA_Dib* ImageDecode(IMRL_StreamRead* stream);
 
 // Encodes `dib` as `format` into `stream` with the factory's encoder, handing it `first` as the

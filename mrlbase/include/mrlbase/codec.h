@@ -11,6 +11,8 @@
 // Decoders give 1 bpp or 8 bpp with a palette for bilevel and indexed images, 8 bpp with the gray
 // ramp for gray ones, CA_DIB_Rgb for colour and CA_DIB_Argb wherever the file carries alpha or
 // transparency. A damaged or truncated file gives null; nothing is read past the stream's size.
+// Memory: on top of the bitmap (at most 2^28 pixels) a decode lets its codec library hold at most
+// 1 GiB at once; a file whose decoding would need more gives null.
 
 #include <mrlbase/enums.h>
 #include <mrlbase/export.h>

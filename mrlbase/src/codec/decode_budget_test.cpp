@@ -34,6 +34,11 @@ using mrl_codec::ReadJ2kLayout;
 namespace {
 
 constexpr size_t kTwoGiB = size_t{2} << 30;
+#ifdef DECODE_BUDGET_TEST_ASAN
+constexpr bool kUnderAsan = true;
+#else
+constexpr bool kUnderAsan = false;
+#endif
 
 #ifndef DECODE_BUDGET_TEST_ASAN
 // The largest single request any code in the process made, the codec libraries included: this
@@ -278,14 +283,15 @@ TEST(J2kLayout, ReadsTheGridAndTheMostDemandingCodingStyleOfAnyTilePart) {
 }
 
 TEST(J2kLayout, EstimateCoversWhatDecodingReallyTakes) {
+  if (kUnderAsan) GTEST_SKIP() << "the sanitizer's allocator pads and holds back freed blocks";
   // Each shape stresses one term: the component planes, per-code-block bookkeeping (4 x 4
   // blocks), per-tile planes and records (many small tiles), small precincts, subsampled planes.
   const J2kShape shapes[] = {
-      {1600, 1200, 3, 6, 64, 0, 0, 1},
-      {1000, 800, 1, 5, 4, 0, 0, 1},
-      {1200, 900, 3, 3, 16, 32, 0, 1},
-      {1200, 900, 1, 6, 8, 0, 16, 1},
-      {1600, 1200, 3, 6, 32, 256, 0, 2},
+      {1200, 900, 3, 6, 64, 0, 0, 1},
+      {800, 600, 1, 5, 4, 0, 0, 1},
+      {1000, 750, 3, 3, 16, 32, 0, 1},
+      {1000, 750, 1, 6, 8, 0, 16, 1},
+      {1200, 900, 3, 6, 32, 256, 0, 2},
   };
   for (const J2kShape& shape : shapes) {
     SCOPED_TRACE(::testing::Message() << shape.width << "x" << shape.height << " blocks " << shape.codeBlock << " tile " << shape.tile);

@@ -1,7 +1,8 @@
 // JPEG 2000 over OpenJPEG: JP2 box files and bare J2K code streams in, JP2 out. The library's
-// streams run on our callbacks over memory. Its messages are dropped, but an error reported
-// while decoding fails the decode: the library carries on past damage and would hand back a
-// picture with holes in it.
+// streams run on our callbacks over memory. Its messages are dropped, but any error it reports
+// makes the decode give null, as do headers that contradict each other, and a file whose decoding
+// would pass the memory budget is refused from its headers before the library sees it (the
+// library takes no allocator to hold it to one).
 
 #include <mrlbase/stream.h>
 #include <openjpeg.h>

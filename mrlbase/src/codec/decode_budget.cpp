@@ -199,7 +199,7 @@ bool TakeSize(const uint8_t* p, size_t size, J2kLayout& layout) {
 
 }  // namespace
 
-bool ReadJ2kLayout(const uint8_t* data, size_t size, J2kLayout& layout) noexcept {
+bool ReadJ2kLayout(const uint8_t* data, size_t size, J2kLayout& layout) {
   if (size < 6 || Be16(data) != kSoc || Be16(data + 2) != kSiz) return false;
   layout.streamBytes = size;
   const size_t sizLength = Be16(data + 4);

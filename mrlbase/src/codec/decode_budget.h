@@ -75,7 +75,7 @@ uint64_t EstimateJ2kDecodeBytes(const J2kLayout& layout) noexcept;
 // SIZ segment, then the coding style segments of the main header and of every tile-part header
 // (a tile may use smaller code-blocks or precincts than the main header, which only these
 // markers show). Leaves paletteChannels alone. False when the headers are broken.
-bool ReadJ2kLayout(const uint8_t* data, size_t size, J2kLayout& layout) noexcept;
+bool ReadJ2kLayout(const uint8_t* data, size_t size, J2kLayout& layout);
 
 }  // namespace mrl_codec
 

@@ -221,8 +221,9 @@ class Jp2Decoder final : public DecoderBase {
     if (!opj_setup_decoder(codec.get(), &params)) return nullptr;
     opj_decoder_set_strict_mode(codec.get(), OPJ_TRUE);   // a cut code stream is an error
     // Worker threads would each take their own wavelet and code-block buffers, which the
-    // budget below does not count; the environment may ask the library for them.
-    if (!opj_codec_set_threads(codec.get(), 0)) return nullptr;
+    // budget below does not count; OPJ_NUM_THREADS in the environment may ask the library for
+    // them. A false result only means a library built without threads.
+    opj_codec_set_threads(codec.get(), 0);
     const FileParts parts = FindParts(data, size, bare);
     if (!FitsBudget(parts)) return nullptr;
     MemoryFile file;

@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets and runs each one, one after another, for SECONDS (default 60)
-# on its committed seed corpus in fuzz/corpus/<target>.
+# on its committed seed corpus in fuzz/corpus/<target>. image_fuzz also starts from the shared test
+# data next to the repository when it is there (../shared/testdata): the image corpus's files under
+# 16 KiB and the inputs in finds/, linked into $ZEL_FUZZ_WORK/seeds/image_fuzz.
 #
 #   scripts/fuzz.sh [SECONDS] [TARGET...]      e.g. scripts/fuzz.sh 600 cert_fuzz pkcs12_fuzz
 #
@@ -19,6 +21,18 @@ targets=("$@")
 if [ ${#targets[@]} -eq 0 ]; then
   for exe in build/fuzz/fuzz/*_fuzz; do targets+=("$(basename "$exe")"); done
 fi
+# Seeds that live outside the repository; prints the folder it made, or nothing.
+shared_seeds() {
+  local name="$1" shared=../shared/testdata dir="$work_root/seeds/$1" i=0 f
+  [ "$name" = image_fuzz ] && [ -d "$shared/imagecorpus/files" ] || return 0
+  rm -rf "$dir"
+  mkdir -p "$dir"
+  while IFS= read -r -d '' f; do
+    i=$((i + 1))
+    ln -s "$(realpath "$f")" "$dir/$i-$(basename "$f")"
+  done < <(find "$shared/imagecorpus/files" "$shared/finds" -type f -size -16k ! -name '*.md' -print0 2>/dev/null | sort -z)
+  echo "$dir"
+}
 status=0
 for name in "${targets[@]}"; do
   exe="build/fuzz/fuzz/$name"
@@ -26,6 +40,7 @@ for name in "${targets[@]}"; do
   corpus="$work_root/corpus/$name"; crashes="$work_root/crashes/$name"; log="$work_root/$name.log"
   mkdir -p "$corpus" "$crashes"
   seeds=(); [ -d "fuzz/corpus/$name" ] && seeds=("fuzz/corpus/$name")
+  extra="$(shared_seeds "$name")"; [ -n "$extra" ] && seeds+=("$extra")
   echo "== $name for ${seconds}s"
   if ! "$exe" -max_total_time="$seconds" -timeout=30 -rss_limit_mb=4096 -max_len=65536 \
       -print_final_stats=1 -artifact_prefix="$crashes/" ${ZEL_FUZZ_ARGS:-} "$corpus" "${seeds[@]}" >"$log" 2>&1; then

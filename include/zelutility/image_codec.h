@@ -26,12 +26,15 @@ class IMRL_StreamWrite;
 // Decodes the first image of `stream`: the format is read from its signature, the factory's
 // decoder for it reads the stream. A new bitmap the caller deletes, or null when the format
 // has no decoder, the decoder refuses the stream, or decoding fails.
+// Decoding fails for a damaged file and for one that would take more than 1 GiB beyond the bitmap.
+// The picture comes the way up its file says (TIFF Orientation, JPEG Exif orientation applied).
 ZEL_API CCA_Dib* ImageDecode(IMRL_StreamRead* stream);
 
 // Encodes `dib` as `format` into `stream` with the factory's encoder, handing it `first` as the
 // quality (JPEG and JPEG 2000 1..100, PNG level 0..9) and `second`, `third` as the horizontal and
-// vertical resolution in dots per inch. The encoder's result (1 written, 0 failed), or 0 when
-// the format has no encoder. The bitmap and the stream stay the caller's.
+// vertical resolution in dots per inch. The encoder's result (1 written, 0 failed: then nothing
+// was written), or 0 when the format has no encoder. Every layout a decoder gives can be written
+// in every format. The bitmap and the stream stay the caller's.
 ZEL_API int ImageEncode(CCA_Dib* dib, CA_ImageFormat format, IMRL_StreamWrite* stream, int first = -1,
                         int second = 0, int third = 0);
 

@@ -23,7 +23,13 @@
 // an error while reading the frame, or a warning that pixels were lost (data ending before the
 // frame's last row, corrupt compressed data). Warnings a library recovers from without losing
 // pixels are not damage, and what follows a whole frame (junk, a cut trailer or end chunk) does
-// not spoil it.
+// not spoil it. One gap: a JBIG2 file whose data ends early inside a whole segment cannot be
+// told from a sound one (jbig2dec reports nothing), so such a page decodes with what it holds.
+//
+// Memory: on top of the bitmap (at most 2^28 pixels) a decode lets its codec library hold at most
+// 1 GiB at once; a file whose decoding would need more gives null. JPEG 2000 is measured from its
+// headers before decoding, so a single-tile RGB picture of more than about 85 million pixels is
+// refused.
 //
 // Threads: CCA_Context::Get() builds the context once, thread-safely, and installing a factory is
 // atomic. Coders are made per use and are for one thread at a time; any number of them may work at

@@ -4,8 +4,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 #include "codec/codec_support.h"
+#include "codec/decode_budget.h"
 
 // jbig2.h uses the fixed-width types without including their header.
 #include <jbig2.h>
@@ -60,6 +62,19 @@ bool SegmentsComplete(const uint8_t* data, size_t size) {
   return true;
 }
 
+// jbig2dec's allocator interface over a BudgetHeap: the library sees a refused request as an
+// out-of-memory failure and gives up on the file.
+struct BudgetAllocator {
+  Jbig2Allocator hooks{Allocate, Release, Reallocate};
+  BudgetHeap heap;
+
+  static BudgetHeap& HeapOf(Jbig2Allocator* a) { return reinterpret_cast<BudgetAllocator*>(a)->heap; }
+  static void* Allocate(Jbig2Allocator* a, size_t size) { return HeapOf(a).Allocate(size); }
+  static void Release(Jbig2Allocator* a, void* p) { HeapOf(a).Release(p); }
+  static void* Reallocate(Jbig2Allocator* a, void* p, size_t size) { return HeapOf(a).Reallocate(p, size); }
+};
+static_assert(std::is_standard_layout<BudgetAllocator>::value, "hooks must sit at the start");
+
 struct ContextFree {
   void operator()(Jbig2Ctx* ctx) const { jbig2_ctx_free(ctx); }
 };
@@ -71,15 +86,16 @@ class Jb2Decoder final : public DecoderBase {
   DibPtr DecodeFile(const uint8_t* data, size_t size, int frame) override {
     if (!SegmentsComplete(data, size)) return nullptr;
     bool fatal = false;
+    BudgetAllocator allocator;   // outlives the context, which it also holds
     std::unique_ptr<Jbig2Ctx, ContextFree> ctx(
-        jbig2_ctx_new(nullptr, static_cast<Jbig2Options>(0), nullptr, NoteError, &fatal));
+        jbig2_ctx_new(&allocator.hooks, static_cast<Jbig2Options>(0), nullptr, NoteError, &fatal));
     if (!ctx) return nullptr;
-    if (jbig2_data_in(ctx.get(), data, size) < 0 || fatal) return nullptr;
+    if (jbig2_data_in(ctx.get(), data, size) < 0 || fatal || allocator.heap.Refused()) return nullptr;
     DibPtr dib;
     for (int page = 0; page <= frame; ++page) {
       Jbig2Image* image = jbig2_page_out(ctx.get());
       if (!image) return nullptr;
-      if (page == frame && !fatal) dib = ToDib(*image);
+      if (page == frame && !fatal && !allocator.heap.Refused()) dib = ToDib(*image);
       jbig2_release_page(ctx.get(), image);
     }
     return dib;

@@ -1,5 +1,8 @@
 // JPEG 2000 over OpenJPEG: JP2 box files and bare J2K code streams in, JP2 out. The library's
-// streams run on our callbacks over memory; its messages are dropped.
+// streams run on our callbacks over memory. Its messages are dropped, but any error it reports
+// makes the decode give null, as do headers that contradict each other, and a file whose decoding
+// would pass the memory budget is refused from its headers before the library sees it (the
+// library takes no allocator to hold it to one).
 
 #include <mrlbase/stream.h>
 #include <openjpeg.h>
@@ -8,6 +11,7 @@
 #include <cstring>
 
 #include "codec/codec_support.h"
+#include "codec/decode_budget.h"
 
 namespace mrl_codec {
 namespace {
@@ -72,10 +76,108 @@ StreamPtr MakeStream(MemoryFile& file, bool input) {
   return s;
 }
 
-void Silence(opj_codec_t* codec) {
+void NoteError(const char*, void* user) { *static_cast<bool*>(user) = true; }
+
+// Drops the library's messages; errors also set `*failed` when it is given.
+void Silence(opj_codec_t* codec, bool* failed = nullptr) {
   opj_set_info_handler(codec, DropMessage, nullptr);
   opj_set_warning_handler(codec, DropMessage, nullptr);
-  opj_set_error_handler(codec, DropMessage, nullptr);
+  if (failed) {
+    opj_set_error_handler(codec, NoteError, failed);
+  } else {
+    opj_set_error_handler(codec, DropMessage, nullptr);
+  }
+}
+
+uint32_t Be32(const uint8_t* p) {
+  return (uint32_t{p[0]} << 24) | (uint32_t{p[1]} << 16) | (uint32_t{p[2]} << 8) | p[3];
+}
+
+// Walks the boxes in [data, data + size) and calls `visit(type, body, bodySize)` for each whole
+// one. Stops at the first box that does not fit.
+template <typename Visit>
+void ForEachBox(const uint8_t* data, size_t size, Visit visit) {
+  size_t pos = 0;
+  while (size - pos >= 8) {
+    uint64_t length = Be32(data + pos);
+    const uint32_t type = Be32(data + pos + 4);
+    size_t header = 8;
+    if (length == 1) {
+      if (size - pos < 16) return;
+      length = (uint64_t{Be32(data + pos + 8)} << 32) | Be32(data + pos + 12);
+      header = 16;
+    } else if (length == 0) {
+      length = size - pos;   // the last box runs to the end
+    }
+    if (length < header || length > size - pos) return;
+    visit(type, data + pos + header, static_cast<size_t>(length - header));
+    pos += static_cast<size_t>(length);
+  }
+}
+
+constexpr uint32_t BoxType(const char (&name)[5]) {
+  return (uint32_t{static_cast<uint8_t>(name[0])} << 24) | (uint32_t{static_cast<uint8_t>(name[1])} << 16) |
+         (uint32_t{static_cast<uint8_t>(name[2])} << 8) | static_cast<uint8_t>(name[3]);
+}
+
+// The parts of a file the decoder looks at before the library does: the code stream, and for a
+// JP2 file its image header box and the palette's channel count.
+struct FileParts {
+  const uint8_t* stream = nullptr;
+  size_t streamSize = 0;
+  const uint8_t* imageHeader = nullptr;   // ihdr body, at least 14 bytes
+  uint32_t paletteChannels = 0;
+};
+
+FileParts FindParts(const uint8_t* data, size_t size, bool bare) {
+  FileParts parts;
+  if (bare) {
+    parts.stream = data;
+    parts.streamSize = size;
+    return parts;
+  }
+  ForEachBox(data, size, [&](uint32_t type, const uint8_t* body, size_t bodySize) {
+    if (type == BoxType("jp2c") && !parts.stream) {
+      parts.stream = body;
+      parts.streamSize = bodySize;
+    } else if (type == BoxType("jp2h")) {
+      ForEachBox(body, bodySize, [&](uint32_t inner, const uint8_t* b, size_t n) {
+        if (inner == BoxType("pclr") && n >= 3) parts.paletteChannels = b[2];
+        if (inner == BoxType("ihdr") && n >= 14) parts.imageHeader = b;
+      });
+    }
+  });
+  return parts;
+}
+
+// Whether decoding stays within the budget, judged from the headers before the library reads
+// them. False too when the code stream's headers are broken.
+bool FitsBudget(const FileParts& parts) {
+  J2kLayout layout;
+  layout.paletteChannels = parts.paletteChannels;
+  return parts.stream && ReadJ2kLayout(parts.stream, parts.streamSize, layout) &&
+         EstimateJ2kDecodeBytes(layout) <= kDecodeMemoryBudget;
+}
+
+// Header damage the library lets through: a JP2 image header that disagrees with the code stream
+// on size, component count or a bit depth it states for all components, and a component sampled
+// more coarsely than the image is large (a single sample for the whole image, which no encoder
+// writes for a picture of more than one pixel).
+bool HeadersAgree(const opj_image_t& image, const FileParts& parts) {
+  const uint32_t w = image.x1 - image.x0, h = image.y1 - image.y0;
+  for (OPJ_UINT32 i = 0; i < image.numcomps; ++i) {
+    const opj_image_comp_t& c = image.comps[i];
+    if ((c.dx > w && w > 1) || (c.dy > h && h > 1)) return false;
+  }
+  if (!parts.imageHeader) return true;
+  const uint8_t* ih = parts.imageHeader;
+  if (Be32(ih) != h || Be32(ih + 4) != w || ((uint32_t{ih[8]} << 8) | ih[9]) != image.numcomps) return false;
+  const uint8_t depth = ih[10];
+  if (depth == 0xFF) return true;   // each component states its own
+  for (OPJ_UINT32 i = 0; i < image.numcomps; ++i) {
+    if (image.comps[i].prec != (depth & 0x7Fu) + 1 || image.comps[i].sgnd != (depth >> 7)) return false;
+  }
+  return true;
 }
 
 // One component scaled to 8 bits, sampled at image pixel (x, y).
@@ -112,11 +214,18 @@ class Jp2Decoder final : public DecoderBase {
     const bool bare = size >= 2 && data[0] == 0xFF && data[1] == 0x4F;
     CodecPtr codec(opj_create_decompress(bare ? OPJ_CODEC_J2K : OPJ_CODEC_JP2));
     if (!codec) return nullptr;
-    Silence(codec.get());
+    bool failed = false;
+    Silence(codec.get(), &failed);
     opj_dparameters_t params;
     opj_set_default_decoder_parameters(&params);
     if (!opj_setup_decoder(codec.get(), &params)) return nullptr;
     opj_decoder_set_strict_mode(codec.get(), OPJ_TRUE);   // a cut code stream is an error
+    // Worker threads would each take their own wavelet and code-block buffers, which the
+    // budget below does not count; OPJ_NUM_THREADS in the environment may ask the library for
+    // them. A false result only means a library built without threads.
+    opj_codec_set_threads(codec.get(), 0);
+    const FileParts parts = FindParts(data, size, bare);
+    if (!FitsBudget(parts)) return nullptr;
     MemoryFile file;
     file.data = data;
     file.size = size;
@@ -130,7 +239,10 @@ class Jp2Decoder final : public DecoderBase {
     ImagePtr image(raw);
     const int64_t w = static_cast<int64_t>(image->x1) - image->x0, h = static_cast<int64_t>(image->y1) - image->y0;
     if (w <= 0 || h <= 0 || w * h > kMaxPixels || image->numcomps == 0) return nullptr;
-    if (!opj_decode(codec.get(), stream.get(), image.get()) || !opj_end_decompress(codec.get(), stream.get())) return nullptr;
+    if (failed || !HeadersAgree(*image, parts)) return nullptr;
+    if (!opj_decode(codec.get(), stream.get(), image.get()) || !opj_end_decompress(codec.get(), stream.get()) || failed) {
+      return nullptr;
+    }
     return ToDib(*image, static_cast<int>(w), static_cast<int>(h));
   }
 

@@ -236,15 +236,15 @@ def bmp_oracle(d):
     top_down, h = h < 0, abs(h)
     masks = None
     if comp in (3, 6):
-        at = 54 if hs == 40 else 40 + 14
-        masks = list(struct.unpack_from("<4I" if comp == 6 or hs >= 56 else "<3I", d, at)) + [0]
+        # Masks follow a 40-byte header or sit inside a longer one, at the same offset.
+        masks = list(struct.unpack_from("<4I" if comp == 6 or hs >= 56 else "<3I", d, 54)) + [0]
     elif bpp == 16:
         masks = [0x7C00, 0x3E0, 0x1F, 0]
     elif bpp == 32:
         masks = [0xFF0000, 0xFF00, 0xFF, 0]
     pal_at = 14 + hs + (12 if comp == 3 and hs == 40 else 16 if comp == 6 and hs == 40 else 0)
     count = used or (1 << bpp if bpp <= 8 else 0)
-    palette = [tuple(d[pal_at + 4 * i + 2::-1][:3]) if False else (d[pal_at + 4 * i + 2], d[pal_at + 4 * i + 1], d[pal_at + 4 * i])
+    palette = [(d[pal_at + 4 * i + 2], d[pal_at + 4 * i + 1], d[pal_at + 4 * i])
                for i in range(min(count, 256, max(0, (off - pal_at) // 4)))]
     black = (0, 0, 0)
     out = np.zeros((h, w, 4))
@@ -280,7 +280,6 @@ def bmp_oracle(d):
                 x += v
                 used_bytes = v if comp == 1 else (v + 1) // 2
                 i += used_bytes + (used_bytes & 1)
-        rows = out
     else:
         stride = (w * bpp + 31) // 32 * 4
         for y in range(h):
@@ -297,8 +296,7 @@ def bmp_oracle(d):
                         if m:
                             shift = (m & -m).bit_length() - 1
                             out[y, x, c] = round(((v & m) >> shift) * 255 / (m >> shift))
-        rows = out
-    return rows if top_down else rows[::-1]
+    return out if top_down else out[::-1]
 
 
 def pil_decode(data):

@@ -19,6 +19,7 @@ import io
 import os
 import struct
 import sys
+import zlib
 
 import numpy as np
 from PIL import Image, ImageOps, TiffImagePlugin
@@ -71,10 +72,10 @@ EXCEPTIONS = {
     P + "truncated_exif_dpi.jpg": (lambda d: pil_only(jpeg_without_app1(d)),
                                    "an Exif block cut short, ignored with its orientation; PIL refuses the file"),
     # TIFF layouts libtiff reads and PIL 9.4 does not.
-    P + "8bit.s.tif": (lambda d: tiff_raw_gray8(d), "signed 8-bit gray, which PIL 9.4 does not read; shown as the stored bytes, as later PIL does"),
+    P + "8bit.s.tif": (lambda d: tiff_raw_gray8(d), "signed 8-bit gray, which PIL 9.4 does not read; read by hand as the stored bytes, as later PIL does"),
     "imagecorpus/files/libtiff/logluv-3c-16b.tiff": ("1x1", "SGILog colour, which libtiff converts and PIL does not read"),
-    "imagecorpus/files/libtiff/minisblack-2c-8b-alpha.tiff": ("64x64", "gray and alpha in separate planes, which PIL does not read"),
-    P + "separate_planar_extra_samples.tiff": ("50x50", "planar gray with an unspecified extra sample, which PIL does not read"),
+    "imagecorpus/files/libtiff/minisblack-2c-8b-alpha.tiff": (lambda d: tiff_raw_gray8(d), "gray and associated alpha in separate planes, which PIL does not read; read by hand"),
+    P + "separate_planar_extra_samples.tiff": (lambda d: tiff_raw_gray8(d), "signed gray and an unspecified extra sample in separate planes, which PIL does not read; read by hand, the extra sample is not alpha"),
     P + "invalid_header_length.jp2": ("640x480", "a reader-requirements box of a wrong length, which OpenJPEG skips and PIL refuses; the picture is test-card.png"),
 }
 
@@ -343,17 +344,52 @@ def jpeg_without_app1(data):
     return bytes(out + data[i:])
 
 
+def packbits(data):
+    out, i = bytearray(), 0
+    while i < len(data):
+        n = data[i]
+        if n < 128:
+            out += data[i + 1:i + 2 + n]
+            i += 2 + n
+        elif n > 128:
+            out += data[i + 1:i + 2] * (257 - n)
+            i += 2
+        else:
+            i += 1
+    return bytes(out)
+
+
 def tiff_raw_gray8(data):
-    """An uncompressed 8-bit one-sample TIFF as its stored bytes, whatever its SampleFormat says."""
+    """An 8-bit gray TIFF (uncompressed, PackBits or Deflate; one plane or separate planes) read
+    by hand: the first sample as stored whatever SampleFormat says, an extra sample marked as
+    alpha (associated alpha divided out) as alpha, any other extra sample ignored."""
     fp = io.BytesIO(data)
     ifd = TiffImagePlugin.ImageFileDirectory_v2(data[:8])
     fp.seek(ifd.next)
     ifd.load(fp)
-    assert ifd[259] == 1 and ifd[258] in (8, (8,)) and ifd.get(277, 1) == 1
-    w, h = ifd[256], ifd[257]
-    strips = b"".join(data[o:o + n] for o, n in zip(ifd[273], ifd[279]))
-    g = np.frombuffer(strips[:w * h], dtype=np.uint8).reshape(h, w).astype(np.float64)
-    return np.dstack([g, g, g, np.full_like(g, 255)])
+    w, h, spp = ifd[256], ifd[257], ifd.get(277, 1)
+    bits = ifd[258] if isinstance(ifd[258], tuple) else (ifd[258],)
+    assert set(bits) == {8} and ifd.get(262) == 1 and ifd.get(317, 1) == 1
+    inflate = {1: bytes, 32773: packbits, 8: zlib.decompress, 32946: zlib.decompress}[ifd.get(259, 1)]
+    extra = ifd.get(338, ())
+    extra = extra if isinstance(extra, tuple) else (extra,)
+    alpha = spp > 1 and extra and extra[0] in (1, 2)
+    strips = list(zip(ifd[273], ifd[279]))
+    if ifd.get(284, 1) == 2:
+        # Separate planes: only the gray plane, and the alpha plane when there is one, are read.
+        per_plane = len(strips) // spp
+        planes = [np.frombuffer(b"".join(inflate(data[o:o + n]) for o, n in strips[p * per_plane:(p + 1) * per_plane]),
+                                dtype=np.uint8)[:w * h].reshape(h, w) for p in range(2 if alpha else 1)]
+    else:
+        raw = b"".join(inflate(data[o:o + n]) for o, n in strips)
+        planes = np.frombuffer(raw[:w * h * spp], dtype=np.uint8).reshape(h, w, spp).transpose(2, 0, 1)
+    g = planes[0].astype(np.float64)
+    a = np.full_like(g, 255)
+    if alpha:
+        a = planes[1].astype(np.float64)
+        if extra[0] == 1:
+            g = np.where(a > 0, np.minimum(255, g * 255 / np.maximum(a, 1)), 0)
+    return np.dstack([g, g, g, a])
 
 
 def tiff_upright(im):

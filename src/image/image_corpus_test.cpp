@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -22,6 +23,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -102,7 +104,9 @@ Manifest LoadManifest() {
       if (!e.refused) {
         std::string tolerance, hex;
         ok = ParseSize(verdict, e) && (words >> tolerance >> hex);
-        if (ok && tolerance != "-") ok = ParseSignature(hex, e.signature) && std::sscanf(tolerance.c_str(), "%d", &e.tolerance) == 1;
+        if (ok && tolerance != "-") {
+          ok = std::sscanf(tolerance.c_str(), "%d", &e.tolerance) == 1 && ParseSignature(hex, e.signature);
+        }
       }
       std::getline(words >> std::ws, e.reason);
       ok = ok && !e.reason.empty();

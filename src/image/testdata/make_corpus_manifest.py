@@ -205,12 +205,13 @@ def pil_decode(data):
                 im.format == "TIFF" and im.info.get("compression") in ("jpeg", "tiff_jpeg"))
             tolerance = LOSSY_TOLERANCE if lossy or im.mode == "LAB" else LOSSLESS_TOLERANCE
             png_gray_bits, tiff_bits = 8, 16
+            # PIL turns a TIFF upright by its Orientation tag as it loads, but leaves a JPEG's
+            # Exif orientation to the caller.
             if im.format in ("JPEG", "MPO"):
                 im = ImageOps.exif_transpose(im)
             elif im.format == "TIFF":
                 bits = im.tag_v2.get(258, (16,))
                 tiff_bits = bits[0] if isinstance(bits, tuple) else bits
-                im = tiff_upright(im)
             elif im.format == "PNG" and data[25] == 0:
                 png_gray_bits = data[24]
             return to_rgba(im, png_gray_bits, tiff_bits), tolerance
@@ -286,15 +287,6 @@ def tiff_raw_gray8(data):
         if extra[0] == 1:
             g = np.where(a > 0, np.minimum(255, g * 255 / np.maximum(a, 1)), 0)
     return np.dstack([g, g, g, a])
-
-
-def tiff_upright(im):
-    # PIL hands TIFF pixels over as stored; the Orientation tag (274) says how to show them.
-    method = {2: Image.Transpose.FLIP_LEFT_RIGHT, 3: Image.Transpose.ROTATE_180,
-              4: Image.Transpose.FLIP_TOP_BOTTOM, 5: Image.Transpose.TRANSPOSE,
-              6: Image.Transpose.ROTATE_270, 7: Image.Transpose.TRANSVERSE,
-              8: Image.Transpose.ROTATE_90}.get(im.tag_v2.get(274, 1))
-    return im.transpose(method) if method is not None else im
 
 
 def corpus_files(testdata):

@@ -127,9 +127,15 @@ def pil_only(data):
 def bmp_oracle(d):
     """A plain reading of a BMP for the files PIL 9.4 refuses or misreads: palettes (indexes past
     the palette are black), RLE4/RLE8 with deltas (skipped pixels take palette entry 0), 16/24/32
-    bits with or without bit fields (alpha only where a mask gives it), any header from 40 bytes."""
+    bits with or without bit fields (alpha only where a mask gives it); OS/2 and Windows headers."""
     off, hs = struct.unpack_from("<I", d, 10)[0], struct.unpack_from("<I", d, 14)[0]
-    w, h, _, bpp, comp, _, _, _, used = struct.unpack_from("<iiHHIIiiI", d, 18)
+    entry = 4
+    if hs == 12:   # OS/2 1.x: 16-bit sizes, 3-byte palette entries
+        (w, h, _, bpp), comp, used, entry = struct.unpack_from("<HHHH", d, 18), 0, 0, 3
+    elif hs < 40:  # OS/2 2.x cut short: the fields it leaves out are 0
+        (w, h, _, bpp), comp, used = struct.unpack_from("<iiHH", d, 18), 0, 0
+    else:
+        w, h, _, bpp, comp, _, _, _, used = struct.unpack_from("<iiHHIIiiI", d, 18)
     top_down, h = h < 0, abs(h)
     masks = None
     if comp in (3, 6):
@@ -141,8 +147,8 @@ def bmp_oracle(d):
         masks = [0xFF0000, 0xFF00, 0xFF, 0]
     pal_at = 14 + hs + (12 if comp == 3 and hs == 40 else 16 if comp == 6 and hs == 40 else 0)
     count = used or (1 << bpp if bpp <= 8 else 0)
-    palette = [(d[pal_at + 4 * i + 2], d[pal_at + 4 * i + 1], d[pal_at + 4 * i])
-               for i in range(min(count, 256, max(0, (off - pal_at) // 4)))]
+    palette = [(d[pal_at + entry * i + 2], d[pal_at + entry * i + 1], d[pal_at + entry * i])
+               for i in range(min(count, 256, max(0, (off - pal_at) // entry)))]
     black = (0, 0, 0)
     out = np.zeros((h, w, 4))
     out[:, :, 3] = 255
@@ -230,6 +236,17 @@ def png_without(data, chunks):
     return bytes(out)
 
 
+def png_whole_chunks(data):
+    """The PNG up to its last whole chunk, closed with an IEND."""
+    end, i = 8, 8
+    while i + 12 <= len(data):
+        n = int.from_bytes(data[i:i + 4], "big")
+        if i + 12 + n > len(data):
+            break
+        i = end = i + 12 + n
+    return data[:end] + bytes.fromhex("0000000049454e44ae426082")
+
+
 def jpeg_without_app1(data):
     """The JPEG with its APP1 (Exif, XMP) segments left out."""
     out, i = bytearray(data[:2]), 2
@@ -308,6 +325,9 @@ EXCEPTIONS = {
     # Damage the rule refuses and PIL 9.4 reads past.
     P + "bmp/b/badrle.bmp": (
         "refused", "RLE8 data with codes past the end of a row: damage; PIL clips it"),
+    P + "hopper_bad_exif.jpg": (
+        "refused", "entropy data with bad Huffman codes and short restart segments: libjpeg reports lost pixels, "
+                   "PIL shows the wreck"),
     P + "issue_2811.gif": (
         "refused", "LZW minimum code size 11, above the GIF maximum of 8: giflib reports an error, "
                    "PIL reads on"),
@@ -332,6 +352,7 @@ EXCEPTIONS = {
     P + "bmp/q/rgba32abf.bmp": (bmp_oracle, "PIL 9.4 refuses BI_ALPHABITFIELDS; " + BMP_BY_HAND),
     P + "bmp/q/rgb32h52.bmp": (bmp_oracle, "PIL 9.4 refuses the 52-byte info header; " + BMP_BY_HAND),
     P + "bmp/q/rgba32h56.bmp": (bmp_oracle, "PIL 9.4 refuses the 56-byte info header; " + BMP_BY_HAND),
+    P + "bmp/q/pal8os2v2-16.bmp": (bmp_oracle, "PIL refuses the 16-byte OS/2 2.x header; " + BMP_BY_HAND),
     P + "bmp/q/pal8oversizepal.bmp": (
         bmp_oracle, "PIL refuses a 300-entry palette; entries past 256 are never indexed"),
     P + "bmp/b/pal8badindex.bmp": (
@@ -348,6 +369,9 @@ EXCEPTIONS = {
     P + "png_decompression_dos.png": (
         lambda d: pil_only(png_without(d, ("zTXt",))),
         "zTXt chunks that inflate past the chunk limits: libpng warns and drops them, PIL refuses the file"),
+    P + "truncated_end_chunk.png": (
+        lambda d: pil_only(png_whole_chunks(d)),
+        "cut inside a chunk after the last image row: the picture is whole; PIL refuses the file"),
     P + "truncated_exif_dpi.jpg": (
         lambda d: pil_only(jpeg_without_app1(d)),
         "an Exif block cut short, ignored with its orientation; PIL refuses the file"),
@@ -378,10 +402,10 @@ BMPSUITE = [("g/pal1", "pal1"), ("g/pal1wb", "pal1"), ("g/pal1bg", "pal1bg"), ("
             ("g/pal8w126", "pal8w126"), ("g/rgb16", "rgb16"), ("g/rgb16-565", "rgb16-565"),
             ("g/rgb16-565pal", "rgb16-565"), ("g/rgb24", "rgb24"), ("g/rgb24pal", "rgb24"),
             ("g/rgb32", "rgb24"), ("g/rgb32bf", "rgb24"), ("q/pal8offs", "pal8"), ("q/pal8os2sp", "pal8"),
-            ("q/pal8os2v2", "pal8"), ("q/pal8oversizepal", "pal8"), ("q/rgb24largepal", "rgb24"),
-            ("q/rgb24lprof", "rgb24"), ("q/rgb24prof", "rgb24"), ("q/rgb32-111110", "rgb24"),
-            ("q/rgb32bf-xbgr", "rgb24"), ("q/rgb32fakealpha", "rgb24"), ("q/rgb32h52", "rgb24"),
-            ("b/badbitssize", "pal1"), ("b/baddens1", "pal1"), ("b/baddens2", "pal1"),
+            ("q/pal8os2v2", "pal8"), ("q/pal8os2v2-16", "pal8"), ("q/pal8oversizepal", "pal8"),
+            ("q/rgb24largepal", "rgb24"), ("q/rgb24lprof", "rgb24"), ("q/rgb24prof", "rgb24"),
+            ("q/rgb32-111110", "rgb24"), ("q/rgb32bf-xbgr", "rgb24"), ("q/rgb32fakealpha", "rgb24"),
+            ("q/rgb32h52", "rgb24"), ("b/badbitssize", "pal1"), ("b/baddens1", "pal1"), ("b/baddens2", "pal1"),
             ("b/badfilesize", "pal1"), ("b/badplanes", "pal1"), ("b/rletopdown", "pal8")]
 TWINS = [(P + "bmp/" + f + ".bmp", P + "bmp/html/" + r + ".png", 1) for f, r in BMPSUITE] + [
     (P + "bmp/q/pal8rletrns.bmp", P + "pal8rletrns.png", 0),

@@ -12,7 +12,8 @@ Premultiplying means a colour under a fully transparent pixel does not count; bl
 different IDCT rounding passes while a wrong orientation, colour, white point or alpha does not.
 
 Where the decoders' rule and PIL legitimately differ, EXCEPTIONS below says what to expect
-instead and why; the argued reason lands in the manifest next to the entry.
+instead and why; the argued reason lands in the manifest next to the entry. TWINS lists the
+reference pictures the corpus ships beside some files; the test compares those pixel by pixel.
 """
 
 import io
@@ -34,6 +35,7 @@ LOSSY_TOLERANCE = 6
 # Leading bytes of the formats the decoders handle; anything else is refused by signature.
 SIGNATURES = (b"\x89PNG\r\n\x1a\n", b"\xff\xd8\xff", b"GIF87a", b"GIF89a", b"II*\0", b"MM\0*", b"II+\0",
               b"MM\0+", b"\0\0\0\x0cjP  \r\n\x87\n", b"\xff\x4f\xff\x51", b"\x97JB2\r\n\x1a\n", b"BM")
+
 
 def block_ranges(n):
     out = []
@@ -453,10 +455,15 @@ TWINS = [(P + "bmp/" + f + ".bmp", P + "bmp/html/" + r + ".png", 1) for f, r in 
                "s37i3p04", "tbrn2c08", "tm3n3p02")]
 
 
-def expectation(testdata, rel):
-    """("refused", None) or (picture or "WxH", tolerance), with the reason for an exception."""
+def read(testdata, rel):
     with open(os.path.join(testdata, rel), "rb") as f:
-        data = f.read()
+        return f.read()
+
+
+def expectation(testdata, rel):
+    """(picture, tolerance, reason): the picture is "refused", "WxH" or the samples; the reason is
+    set for an exception."""
+    data = read(testdata, rel)
     if rel in EXCEPTIONS:
         expect, reason = EXCEPTIONS[rel]
         if callable(expect):
@@ -503,7 +510,7 @@ def main():
         picture, tolerance, reason = expected[rel] = expectation(testdata, rel)
         if reason:
             exceptions.append(f"except {rel} {describe(picture, tolerance)} {reason}")
-            result = pil_decode(open(os.path.join(testdata, rel), "rb").read())
+            result = pil_decode(read(testdata, rel))
             picture, tolerance = result or ("refused", None)
         lines.append(f"file {rel} {describe(picture, tolerance)}")
     wrong = [f"{a} {b}" for a, b, t in TWINS if not check_twin(expected[a][0], expected[b][0], t)]

@@ -111,7 +111,7 @@ std::int64_t CurrentTime() noexcept { return static_cast<std::int64_t>(std::time
 void SeededRandSequence(unsigned seed, int* values, int count) noexcept {
   // glibc's rand() is random() on the additive generator of type 3, whose state (with its type
   // word) fills 128 bytes; the reentrant calls run the same generator on a state of our own.
-  char state[128] = {};
+  alignas(std::int32_t) char state[128] = {};
   random_data data{};
   initstate_r(seed, state, sizeof state, &data);
   for (int i = 0; i < count; ++i) {

@@ -2,16 +2,18 @@
 #define MRLBASE_TS_ARRAY_TEMPLATE_H_
 
 #include <mutex>
-#include <shared_mutex>
 #include <utility>
 
 #include <mrlbase/array_template.h>
 #include <mrlbase/object_array.h>
+#include <mrlbase/rw_spin_lock.h>
 
-// A Base<T> array (CMRL_ArrayTemplate or CMRL_ObjectArray) behind a std::shared_mutex, so several
-// threads may use one array at once. Each member call takes the lock once: reads share it, writes
-// hold it alone. A sequence of calls is not atomic; use Snapshot() to read a consistent copy.
-// Copying takes the source's shared lock; moving and assigning take the locks they need.
+// A Base<T> array (CMRL_ArrayTemplate or CMRL_ObjectArray) behind a reader-writer lock
+// (CMRL_RWSpinLock), so several threads may use one array at once. Each member call takes the lock
+// once: reads share it, writes hold it alone. Uncontended, that costs one atomic instruction to
+// lock and one to unlock, so reading element by element stays cheap. A sequence of calls is not
+// atomic; use Snapshot() to read a consistent copy. Copying takes the source's shared lock; moving
+// and assigning take the locks they need.
 //
 // Threads: this lock is the only one a caller of the library deals with. It is held for one member
 // call and never across a loop: a function that walks the array (a polygon in the geometry
@@ -28,13 +30,13 @@ class CMRL_TSArrayTemplate {
   CMRL_TSArrayTemplate() = default;
   CMRL_TSArrayTemplate(const CMRL_TSArrayTemplate& other) : m_array(other.Snapshot()) {}
   CMRL_TSArrayTemplate(CMRL_TSArrayTemplate&& other) noexcept {
-    std::unique_lock<std::shared_mutex> lock(other.m_mutex);
+    std::unique_lock<CMRL_RWSpinLock> lock(other.m_lock);
     m_array.swap(other.m_array);
   }
   CMRL_TSArrayTemplate& operator=(const CMRL_TSArrayTemplate& other) {
     if (this != &other) {
       Base<T> copy = other.Snapshot();  // copy outside our own lock
-      std::unique_lock<std::shared_mutex> lock(m_mutex);
+      std::unique_lock<CMRL_RWSpinLock> lock(m_lock);
       m_array.swap(copy);
     }
     return *this;
@@ -43,10 +45,10 @@ class CMRL_TSArrayTemplate {
     if (this != &other) {
       Base<T> taken;
       {
-        std::unique_lock<std::shared_mutex> lock(other.m_mutex);
+        std::unique_lock<CMRL_RWSpinLock> lock(other.m_lock);
         taken.swap(other.m_array);
       }
-      std::unique_lock<std::shared_mutex> lock(m_mutex);
+      std::unique_lock<CMRL_RWSpinLock> lock(m_lock);
       m_array.swap(taken);
     }
     return *this;
@@ -54,46 +56,46 @@ class CMRL_TSArrayTemplate {
   ~CMRL_TSArrayTemplate() = default;
 
   int GetSize() const {
-    std::shared_lock<std::shared_mutex> lock(m_mutex);
+    CMRL_RWSpinLock::SharedGuard lock(m_lock);
     return m_array.GetSize();
   }
   // A copy of the element at i, or a default value when i is outside the array.
   T GetAt(int i) const {
-    std::shared_lock<std::shared_mutex> lock(m_mutex);
+    CMRL_RWSpinLock::SharedGuard lock(m_lock);
     return m_array.GetAt(i);
   }
   // Replaces the element at i; false when i is outside the array.
   bool SetAt(int i, const T& v) {
-    std::unique_lock<std::shared_mutex> lock(m_mutex);
+    std::unique_lock<CMRL_RWSpinLock> lock(m_lock);
     return m_array.SetAt(i, v);
   }
   // Appends v; false (contents kept) when the array cannot grow.
   bool Add(const T& v) {
-    std::unique_lock<std::shared_mutex> lock(m_mutex);
+    std::unique_lock<CMRL_RWSpinLock> lock(m_lock);
     return m_array.Add(v);
   }
   // Inserts v before index i (0..GetSize()); false when i is out of range or the array cannot grow.
   bool InsertAt(int i, const T& v) {
-    std::unique_lock<std::shared_mutex> lock(m_mutex);
+    std::unique_lock<CMRL_RWSpinLock> lock(m_lock);
     return m_array.InsertAt(i, v);
   }
   // Removes the element at i; false when i is outside the array.
   bool RemoveAt(int i) {
-    std::unique_lock<std::shared_mutex> lock(m_mutex);
+    std::unique_lock<CMRL_RWSpinLock> lock(m_lock);
     return m_array.RemoveAt(i);
   }
   void RemoveAll() {
-    std::unique_lock<std::shared_mutex> lock(m_mutex);
+    std::unique_lock<CMRL_RWSpinLock> lock(m_lock);
     m_array.RemoveAll();
   }
   // A consistent copy of all elements, taken under one shared lock.
   Base<T> Snapshot() const {
-    std::shared_lock<std::shared_mutex> lock(m_mutex);
+    CMRL_RWSpinLock::SharedGuard lock(m_lock);
     return m_array;
   }
 
  private:
-  mutable std::shared_mutex m_mutex;
+  mutable CMRL_RWSpinLock m_lock;
   Base<T> m_array;
 };
 

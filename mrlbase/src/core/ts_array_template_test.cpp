@@ -94,4 +94,47 @@ TEST(TSArrayTemplateTest, ConcurrentRemovalsNeverDoubleRemove) {
   EXPECT_EQ(0, a.GetSize());
 }
 
+// Whole-array replacements race with copies, snapshots and element reads: every copy must be one
+// of the arrays written, never a mixture, and single reads must see a value that was written.
+TEST(TSArrayTemplateTest, CopiesNeverMixTwoGenerations) {
+  using Array = CMRL_TSArrayTemplate<CMRL_ArrayTemplate, int>;
+  constexpr int kGenerations = 400;
+  auto generation = [](int g) {
+    Array a;
+    for (int i = 0; i < 16 + g % 48; ++i) a.Add(g);
+    return a;
+  };
+  Array shared = generation(0);
+  std::atomic<bool> done{false};
+  std::atomic<int> mixed{0};
+  std::vector<std::thread> readers;
+  for (int r = 0; r < 3; ++r) {
+    readers.emplace_back([&, r] {
+      while (!done.load()) {
+        const Array copy = shared;
+        const auto all = r == 0 ? copy.Snapshot() : shared.Snapshot();
+        if (all.GetSize() == 0) ++mixed;
+        for (int v : all) {
+          if (v != all[0]) ++mixed;
+        }
+        if (all.GetSize() > 0 && all.GetSize() != 16 + all[0] % 48) ++mixed;
+        const int one = shared.GetAt(5);
+        if (one < 0 || one > kGenerations) ++mixed;
+      }
+    });
+  }
+  for (int g = 1; g <= kGenerations; ++g) {
+    if (g % 2) {
+      shared = generation(g);
+    } else {
+      Array next = generation(g);
+      shared = std::move(next);
+    }
+  }
+  done = true;
+  for (auto& t : readers) t.join();
+  EXPECT_EQ(0, mixed.load());
+  EXPECT_EQ(kGenerations, shared.GetAt(0));
+}
+
 }  // namespace

@@ -2,13 +2,16 @@
 //
 // DeletePathDib is measured against the plain full scan (every pixel against every rectangle and
 // disc) on the same stroke; the two must leave identical pixels. IsPointInside is measured against
-// the same count on a plain vector without the array's lock, and against the textbook crossing test.
+// the same count on a plain vector without the array's lock, the same count taking a std::shared_mutex
+// for every vertex, and the textbook crossing test.
 
 #include <benchmark/benchmark.h>
 
 #include <cmath>
 #include <cstring>
 #include <memory>
+#include <mutex>
+#include <shared_mutex>
 #include <vector>
 
 #include <mrlbase/dib.h>
@@ -96,14 +99,47 @@ std::vector<PointF> MakeProbes() {
   return probes;
 }
 
+// CPU time per polygon edge, shown as the "edge" column.
+void CountEdges(benchmark::State& state) {
+  state.counters["edge"] = benchmark::Counter(static_cast<double>(state.range(0)),
+                                              benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
 void BM_IsPointInside(benchmark::State& state) {
   PointArray polygon;
   for (const PointF& v : MakeStar(static_cast<int>(state.range(0)))) polygon.Add(v);
   const std::vector<PointF> probes = MakeProbes();
   size_t i = 0;
   for (auto _ : state) benchmark::DoNotOptimize(IsPointInside(polygon, probes[i++ % probes.size()]));
+  // Same answers as the unlocked count, so the lock changes the cost only.
+  const std::vector<PointF> vertices = MakeStar(static_cast<int>(state.range(0)));
+  for (const PointF& p : probes) {
+    const bool plain = zel_geometry::PointInside(
+        static_cast<int>(vertices.size()), [&vertices](int k) { return vertices[static_cast<size_t>(k)]; }, p);
+    if (IsPointInside(polygon, p) != plain) state.SkipWithError("IsPointInside differs from the unlocked count");
+  }
+  CountEdges(state);
 }
 BENCHMARK(BM_IsPointInside)->Arg(4)->Arg(64)->Arg(1024);
+
+// The same count with every vertex read under a std::shared_mutex, one lock a read.
+void BM_PointInsideSharedMutex(benchmark::State& state) {
+  const std::vector<PointF> vertices = MakeStar(static_cast<int>(state.range(0)));
+  const std::vector<PointF> probes = MakeProbes();
+  std::shared_mutex mutex;
+  size_t i = 0;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(zel_geometry::PointInside(
+        static_cast<int>(vertices.size()),
+        [&vertices, &mutex](int k) {
+          std::shared_lock<std::shared_mutex> lock(mutex);
+          return vertices[static_cast<size_t>(k)];
+        },
+        probes[i++ % probes.size()]));
+  }
+  CountEdges(state);
+}
+BENCHMARK(BM_PointInsideSharedMutex)->Arg(1024);
 
 void BM_PointInsideWithoutLock(benchmark::State& state) {
   const std::vector<PointF> vertices = MakeStar(static_cast<int>(state.range(0)));
@@ -114,6 +150,7 @@ void BM_PointInsideWithoutLock(benchmark::State& state) {
         static_cast<int>(vertices.size()), [&vertices](int k) { return vertices[static_cast<size_t>(k)]; },
         probes[i++ % probes.size()]));
   }
+  CountEdges(state);
 }
 BENCHMARK(BM_PointInsideWithoutLock)->Arg(4)->Arg(64)->Arg(1024);
 
@@ -134,6 +171,7 @@ void BM_TextbookCrossingTest(benchmark::State& state) {
   const std::vector<PointF> probes = MakeProbes();
   size_t i = 0;
   for (auto _ : state) benchmark::DoNotOptimize(TextbookInside(vertices, probes[i++ % probes.size()]));
+  CountEdges(state);
 }
 BENCHMARK(BM_TextbookCrossingTest)->Arg(4)->Arg(64)->Arg(1024);
 

@@ -100,16 +100,25 @@ class CMRL_RWSpinLock {
 
   // The place index taken, or kCounted when every place was busy and the counter took the reader.
   int EnterShared() noexcept {
+    // Writing 1 over a busy place changes nothing; only its holder writes the 0 back.
+    if (m_places[0].exchange(1, std::memory_order_seq_cst) == 0) {
+      if (!WriterPresent()) return 0;
+      m_places[0].store(0, std::memory_order_release);
+    }
+    return EnterSharedAfterWait();
+  }
+
+  // Kept out of line so that the uncontended path stays small where it is inlined.
+  [[gnu::noinline, gnu::cold]] int EnterSharedAfterWait() noexcept {
     for (unsigned round = 0;; ++round) {
+      for (; WriterPresent(); ++round) Pause(round);
       for (int i = 0; i < kPlaces; ++i) {
-        // Writing 1 over a busy place changes nothing; only its holder writes the 0 back.
         if (m_places[i].exchange(1, std::memory_order_seq_cst) != 0) continue;
         if (!WriterPresent()) return i;
         m_places[i].store(0, std::memory_order_release);
         break;
       }
       if (!WriterPresent() && TryEnterCounted()) return kCounted;
-      for (; WriterPresent(); ++round) Pause(round);
     }
   }
 

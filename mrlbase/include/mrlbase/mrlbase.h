@@ -23,6 +23,7 @@
 #include <mrlbase/object_array.h>
 #include <mrlbase/path.h>
 #include <mrlbase/psv_template.h>
+#include <mrlbase/rw_spin_lock.h>
 #include <mrlbase/stream.h>
 #include <mrlbase/ts_array_template.h>
 #include <mrlbase/wide_string.h>

@@ -1,6 +1,6 @@
 // Content bounds of an A4 page at 300 dpi, 32 bpp: GetAutoCalClipRect and each of its kernel
 // sets against the plain pass-by-pass method over two whole work bitmaps, on a clean page and on
-// a scan-like one. All must find the same rectangle.
+// scan-like ones. All must find the same rectangle.
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -82,32 +82,43 @@ class Noise {
   std::uint32_t state_ = 0x9E3779B9u;
 };
 
-// The same text on a grayish paper, then what a colour scanner and JPEG add: a grain of a few
-// levels in every channel and a small offset per 8x8 block, so few pixels repeat.
-const CCA_Dib& ScanPage() {
-  static const std::unique_ptr<CCA_Dib> page = [] {
-    std::unique_ptr<CCA_Dib> dib = BlankPage(196, 206, 212);
-    DrawContent(*dib, 0xFF383430);
-    Noise noise;
-    std::unique_ptr<int[]> blockShift(new int[(kWidth + 7) / 8]);
-    for (int y = 0; y < kHeight; ++y) {
-      if (y % 8 == 0)
-        for (int i = 0; i < (kWidth + 7) / 8; ++i) blockShift[i] = noise.Around(3);
-      unsigned char* row = dib->GetScanline(y);
-      for (int x = 0; x < kWidth; ++x) {
-        const int common = noise.Around(4) + blockShift[x / 8];
-        for (int c = 0; c < 3; ++c) {
-          const int v = row[x * 4 + c] + common + noise.Around(2);
-          row[x * 4 + c] = static_cast<unsigned char>(std::min(255, std::max(0, v)));
-        }
+// The same text on a grayish paper, then what a scanner and JPEG add: a grain of a few levels
+// and a small offset per 8x8 block, so few pixels repeat. A colour scan has some grain of its own
+// in every channel; a gray one, stored as 32 bpp, has every pixel neutral.
+std::unique_ptr<CCA_Dib> MakeScanPage(bool colour) {
+  std::unique_ptr<CCA_Dib> dib = colour ? BlankPage(196, 206, 212) : BlankPage(206, 206, 206);
+  DrawContent(*dib, colour ? 0xFF383430 : 0xFF383838);
+  Noise noise;
+  std::unique_ptr<int[]> blockShift(new int[(kWidth + 7) / 8]);
+  for (int y = 0; y < kHeight; ++y) {
+    if (y % 8 == 0)
+      for (int i = 0; i < (kWidth + 7) / 8; ++i) blockShift[i] = noise.Around(3);
+    unsigned char* row = dib->GetScanline(y);
+    for (int x = 0; x < kWidth; ++x) {
+      const int common = noise.Around(4) + blockShift[x / 8];
+      for (int c = 0; c < 3; ++c) {
+        const int v = row[x * 4 + c] + common + (colour ? noise.Around(2) : 0);
+        row[x * 4 + c] = static_cast<unsigned char>(std::min(255, std::max(0, v)));
       }
     }
-    return dib;
-  }();
+  }
+  return dib;
+}
+
+const CCA_Dib& ScanPage() {
+  static const std::unique_ptr<CCA_Dib> page = MakeScanPage(true);
   return *page;
 }
 
-const CCA_Dib& PageOf(int kind) { return kind == 0 ? CleanPage() : ScanPage(); }
+const CCA_Dib& GrayScanPage() {
+  static const std::unique_ptr<CCA_Dib> page = MakeScanPage(false);
+  return *page;
+}
+
+const CCA_Dib& PageOf(int kind) {
+  if (kind == 0) return CleanPage();
+  return kind == 1 ? ScanPage() : GrayScanPage();
+}
 
 bool Same(const CMRL_DeviceRectTemplate<int>& a, const CMRL_DeviceRectTemplate<int>& b) {
   return a.left == b.left && a.top == b.top && a.right == b.right && a.bottom == b.bottom;
@@ -119,7 +130,7 @@ void SetCounters(benchmark::State& state) {
                                               benchmark::Counter::kIsIterationInvariantRate);
 }
 
-// Arguments: the page (0 clean, 1 scan-like) and the kernels.
+// Arguments: the page (0 clean, 1 colour scan, 2 gray scan) and the kernels.
 void BM_GetAutoCalClipRect(benchmark::State& state) {
   const CCA_Dib& page = PageOf(static_cast<int>(state.range(0)));
   const auto kernels = static_cast<ContentBoundsKernels>(state.range(1));
@@ -141,7 +152,7 @@ void BM_GetAutoCalClipRect(benchmark::State& state) {
 }
 BENCHMARK(BM_GetAutoCalClipRect)
     ->ArgNames({"page", "kernels"})
-    ->ArgsProduct({{0, 1},
+    ->ArgsProduct({{0, 1, 2},
                    {static_cast<int>(ContentBoundsKernels::kPortable), static_cast<int>(ContentBoundsKernels::kSse2),
                     static_cast<int>(ContentBoundsKernels::kAvx2), static_cast<int>(ContentBoundsKernels::kWidest)}})
     ->Unit(benchmark::kMillisecond);
@@ -155,7 +166,7 @@ void BM_ReferenceAutoCalClipRect(benchmark::State& state) {
   }
   SetCounters(state);
 }
-BENCHMARK(BM_ReferenceAutoCalClipRect)->ArgNames({"page"})->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ReferenceAutoCalClipRect)->ArgNames({"page"})->Arg(0)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

@@ -36,9 +36,36 @@ ZEL_CONTENT_BOUNDS_AVX2 inline __m128i ExactGray4(__m128i pixels) {
   return _mm256_cvttpd_epi32(sum);
 }
 
-// Gray of sixteen pixels. As in the SSE2 kernel: the integer sum over 1000 rounded down, except
-// for blocks holding a sum that is a non-zero multiple of 1000, which take the double path.
-ZEL_CONTENT_BOUNDS_AVX2 inline __m128i Gray16(__m256i p0, __m256i p1) {
+// Neutral colours (b = g = r = v) sum to exactly 1000 v, and for some v the double sum falls a
+// hair below v, so their gray is v - 1. Bit v of these 32 bytes is set for those v.
+struct NeutralDips {
+  unsigned char bits[32] = {};
+  NeutralDips() {
+    for (unsigned v = 0; v < 256; ++v)
+      if (GrayOf(v, v, v) != v) bits[v >> 3] = static_cast<unsigned char>(bits[v >> 3] | 1u << (v & 7));
+  }
+};
+
+// 1 in the bytes whose value v has its bit set in the table (`low` and `high` are its halves).
+ZEL_CONTENT_BOUNDS_AVX2 inline __m128i Dips(__m128i v, __m128i low, __m128i high) {
+  const __m128i index = _mm_and_si128(_mm_srli_epi16(v, 3), _mm_set1_epi8(0x0F));
+  const __m128i byte = _mm_blendv_epi8(_mm_shuffle_epi8(low, index), _mm_shuffle_epi8(high, index), v);
+  const __m128i bit = _mm_shuffle_epi8(_mm_setr_epi8(1, 2, 4, 8, 16, 32, 64, -128, 1, 2, 4, 8, 16, 32, 64, -128),
+                                       _mm_and_si128(v, _mm_set1_epi8(7)));
+  return _mm_min_epu8(_mm_and_si128(byte, bit), _mm_set1_epi8(1));
+}
+
+// The bytes of a vector of sixteen 16-bit lanes in the quarter order below, put in pixel order.
+ZEL_CONTENT_BOUNDS_AVX2 inline __m128i Ordered(__m256i lanes, bool saturateUnsigned) {
+  const __m256i ordered = _mm256_permute4x64_epi64(lanes, _MM_SHUFFLE(3, 1, 2, 0));
+  const __m128i a = _mm256_castsi256_si128(ordered), b = _mm256_extracti128_si256(ordered, 1);
+  return saturateUnsigned ? _mm_packus_epi16(a, b) : _mm_packs_epi16(a, b);
+}
+
+// Gray of sixteen pixels. As in the SSE2 kernel, the integer sum over 1000 rounded down, except
+// where a sum is a non-zero multiple of 1000: neutral pixels there take the table of dips, and
+// a block with any other such pixel takes the double path.
+ZEL_CONTENT_BOUNDS_AVX2 inline __m128i Gray16(__m256i p0, __m256i p1, __m128i dipsLow, __m128i dipsHigh) {
   const __m256i s0 = Sums8(p0), s1 = Sums8(p1);
   // 64-bit quarters: pixels 0-3, 8-11, 4-7, 12-15.
   const __m256i eighths = _mm256_packs_epi32(_mm256_srli_epi32(s0, 3), _mm256_srli_epi32(s1, 3));
@@ -50,13 +77,18 @@ ZEL_CONTENT_BOUNDS_AVX2 inline __m128i Gray16(__m256i p0, __m256i p1) {
       _mm256_cmpeq_epi16(eighths, zero),
       _mm256_and_si256(_mm256_cmpeq_epi16(low, zero),
                        _mm256_cmpeq_epi16(_mm256_mullo_epi16(q, _mm256_set1_epi16(125)), eighths)));
-  if (!_mm256_testz_si256(whole, whole)) {
-    const __m128i a = _mm_packs_epi32(ExactGray4(_mm256_castsi256_si128(p0)), ExactGray4(_mm256_extracti128_si256(p0, 1)));
-    const __m128i b = _mm_packs_epi32(ExactGray4(_mm256_castsi256_si128(p1)), ExactGray4(_mm256_extracti128_si256(p1, 1)));
-    return _mm_packus_epi16(a, b);
-  }
-  const __m256i ordered = _mm256_permute4x64_epi64(q, _MM_SHUFFLE(3, 1, 2, 0));
-  return _mm_packus_epi16(_mm256_castsi256_si128(ordered), _mm256_extracti128_si256(ordered, 1));
+  const __m128i gray = Ordered(q, true);
+  if (_mm256_testz_si256(whole, whole)) return gray;
+  // b ^ g and g ^ r both zero, in the same lanes as `whole`.
+  const __m256i pair = _mm256_set1_epi32(0xFFFF);
+  const __m256i neutral = _mm256_packs_epi32(
+      _mm256_cmpeq_epi32(_mm256_and_si256(_mm256_xor_si256(p0, _mm256_srli_epi32(p0, 8)), pair), zero),
+      _mm256_cmpeq_epi32(_mm256_and_si256(_mm256_xor_si256(p1, _mm256_srli_epi32(p1, 8)), pair), zero));
+  if (_mm256_testc_si256(neutral, whole))  // every whole sum is a neutral pixel's: its q is its v
+    return _mm_sub_epi8(gray, _mm_and_si128(Ordered(whole, false), Dips(gray, dipsLow, dipsHigh)));
+  const __m128i a = _mm_packs_epi32(ExactGray4(_mm256_castsi256_si128(p0)), ExactGray4(_mm256_extracti128_si256(p0, 1)));
+  const __m128i b = _mm_packs_epi32(ExactGray4(_mm256_castsi256_si128(p1)), ExactGray4(_mm256_extracti128_si256(p1, 1)));
+  return _mm_packus_epi16(a, b);
 }
 
 ZEL_CONTENT_BOUNDS_AVX2 int GrayRow(const unsigned char* pixels, int w, unsigned char* out) noexcept {
@@ -68,6 +100,9 @@ ZEL_CONTENT_BOUNDS_AVX2 int GrayRow(const unsigned char* pixels, int w, unsigned
   __m256i last = _mm256_and_si256(_mm256_set1_epi32(static_cast<int>(firstPixel)), colourMask);
   unsigned char lastGray = firstGray;
   bool uniform = true;
+  static const NeutralDips dips;
+  const __m128i dipsLow = _mm_loadu_si128(reinterpret_cast<const __m128i*>(dips.bits));
+  const __m128i dipsHigh = _mm_loadu_si128(reinterpret_cast<const __m128i*>(dips.bits + 16));
   int x = 0;
   for (; x + 16 <= w; x += 16) {
     const unsigned char* p = pixels + static_cast<ptrdiff_t>(x) * 4;
@@ -80,7 +115,7 @@ ZEL_CONTENT_BOUNDS_AVX2 int GrayRow(const unsigned char* pixels, int w, unsigned
       continue;
     }
     uniform = false;
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + x), Gray16(p0, p1));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + x), Gray16(p0, p1, dipsLow, dipsHigh));
     last = _mm256_and_si256(_mm256_permutevar8x32_epi32(p1, _mm256_set1_epi32(7)), colourMask);
     lastGray = out[x + 15];
   }

@@ -41,22 +41,6 @@ std::string Str(const R& r) {
          std::to_string(r.bottom);
 }
 
-TEST(ContentBoundsKernels, TheChoiceFollowsTheProcessor) {
-  EXPECT_TRUE(ContentBoundsKernelsAvailable(ContentBoundsKernels::kPortable));
-  EXPECT_TRUE(ContentBoundsKernelsAvailable(ContentBoundsKernels::kWidest));
-  const RowKernels* widest = &content_bounds::BestRowKernels();
-  if (const RowKernels* avx2 = content_bounds::Avx2RowKernels()) {
-    EXPECT_EQ(widest, avx2);
-  } else if (const RowKernels* sse2 = content_bounds::Sse2RowKernels()) {
-    EXPECT_EQ(widest, sse2);
-  } else {
-    EXPECT_EQ(widest, &content_bounds::PortableRowKernels());
-  }
-#if defined(__x86_64__)
-  EXPECT_TRUE(ContentBoundsKernelsAvailable(ContentBoundsKernels::kSse2));
-#endif
-}
-
 // Every colour, with the unread fourth byte scrambled: the integer sums must round exactly like
 // the weighted double sum, including the colours whose sum lands on a whole number.
 TEST(ContentBoundsKernels, GrayOfEveryColourMatchesTheDoubleSum) {

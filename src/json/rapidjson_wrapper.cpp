@@ -94,6 +94,28 @@ T ReadOr(const Value* v, bool (*read)(const Value&, T&), T defaultValue) noexcep
 
 bool IsUsableKey(const char* key) noexcept { return key != nullptr && key[0] != '\0'; }
 
+// Whether a member name equals the NUL-terminated key, byte for byte and in length, as
+// Value::FindMember compares. Walking both at once needs no strlen of the key and no memcmp call:
+// most names differ from the key in their first byte.
+bool NameIs(const Value& name, const char* key) noexcept {
+  const char* text = name.GetString();
+  const rapidjson::SizeType length = name.GetStringLength();
+  for (rapidjson::SizeType i = 0; i < length; ++i) {
+    // Stops at the key's NUL, so nothing past the key is read even when the name holds a NUL.
+    if (text[i] != key[i] || key[i] == '\0') return false;
+  }
+  return key[length] == '\0';
+}
+
+// The first member named key, or the end.
+Value::MemberIterator FindKey(Value& object, const char* key) noexcept {
+  const auto end = object.MemberEnd();
+  for (auto member = object.MemberBegin(); member != end; ++member) {
+    if (NameIs(member->name, key)) return member;
+  }
+  return end;
+}
+
 // key = name, up to its first NUL, but written into key's own buffer when that is unshared and
 // large enough, so a member loop does not allocate a string per member.
 void AssignKey(CMRL_ByteString& key, const char* name) {
@@ -103,7 +125,9 @@ void AssignKey(CMRL_ByteString& key, const char* name) {
     return;
   }
   const int size = static_cast<int>(length);
-  char* buffer = key.GetBuffer(size);
+  // Room for the usual short keys from the start, so the keys that follow need no growing.
+  constexpr int kKeyRoom = 31;
+  char* buffer = key.GetBuffer(std::max(size, kKeyRoom));
   std::memcpy(buffer, name, length);
   key.ReleaseBuffer(size);
 }
@@ -371,8 +395,6 @@ RapidjsonWrapper::RapidjsonWrapper(Value* value, Allocator* allocator) noexcept
   ResetMemberPosition();
 }
 
-RapidjsonWrapper::~RapidjsonWrapper() = default;
-
 const RapidjsonWrapper::Value* RapidjsonWrapper::ValueOf(const ZELJson* node) noexcept {
   const auto* wrapper = dynamic_cast<const RapidjsonWrapper*>(node);
   return wrapper != nullptr ? wrapper->value_ : nullptr;
@@ -430,7 +452,7 @@ RapidjsonWrapper::Value* RapidjsonWrapper::Element(int index) const noexcept {
 
 RapidjsonWrapper::Value* RapidjsonWrapper::Member(const char* key) const noexcept {
   if (!value_->IsObject() || !IsUsableKey(key)) return nullptr;
-  const auto it = value_->FindMember(key);
+  const auto it = FindKey(*value_, key);
   return it != value_->MemberEnd() ? &it->value : nullptr;
 }
 
@@ -534,7 +556,7 @@ bool RapidjsonWrapper::Replace(int index, Value& newValue) noexcept {
 
 void RapidjsonWrapper::Put(const char* key, Value& newValue) {
   if (!value_->IsObject() || !IsUsableKey(key)) return;
-  const auto it = value_->FindMember(key);
+  const auto it = FindKey(*value_, key);
   if (it != value_->MemberEnd()) {
     it->value = newValue;
     return;
@@ -646,7 +668,7 @@ std::shared_ptr<ZELJson> RapidjsonWrapper::AddContainer(int index, rapidjson::Ty
 
 std::shared_ptr<ZELJson> RapidjsonWrapper::AddContainer(const char* key, rapidjson::Type type) {
   if (!value_->IsObject() || !IsUsableKey(key)) return nullptr;
-  const auto it = value_->FindMember(key);
+  const auto it = FindKey(*value_, key);
   if (it != value_->MemberEnd()) {
     it->value = Value(type);  // get-and-clear: what the member held is dropped
     return MakeView(&it->value);
@@ -679,7 +701,7 @@ bool RapidjsonWrapper::Remove(int index) {
 
 void RapidjsonWrapper::Remove(const char* key) {
   if (!value_->IsObject() || !IsUsableKey(key)) return;
-  const auto it = value_->FindMember(key);
+  const auto it = FindKey(*value_, key);
   if (it != value_->MemberEnd()) value_->RemoveMember(it);  // the last member fills the gap
 }
 

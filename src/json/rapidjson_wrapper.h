@@ -22,7 +22,7 @@ class RapidjsonWrapper final : public ZELJson {
   explicit RapidjsonWrapper(std::unique_ptr<rapidjson::Document> document) noexcept;
   // A view of `value`, whose new strings and blocks come from `allocator`.
   RapidjsonWrapper(Value* value, Allocator* allocator) noexcept;
-  ~RapidjsonWrapper() override;
+  ~RapidjsonWrapper() override = default;
 
   RapidjsonWrapper(const RapidjsonWrapper&) = delete;
   RapidjsonWrapper& operator=(const RapidjsonWrapper&) = delete;

@@ -261,6 +261,37 @@ TEST(RapidjsonWrapperTest, MemberIterationReportsWhetherMoreFollow) {
   EXPECT_FALSE(Parse("[1]")->GetFirstMember(key, value));
 }
 
+TEST(RapidjsonWrapperTest, KeyLookupComparesWholeNames) {
+  // Prefixes, extensions, a name with a NUL inside, equal first bytes and a duplicate.
+  auto object = Parse(
+      "{\"ab\":1,\"a\\u0000\":2,\"abc\":3,\"a\":4,\"b\":5,\"a\\u0000c\":6,\"abc\":7,"
+      "\"\\u00e9t\\u00e9\":8}");
+  EXPECT_EQ(object->GetInt("a", 0), 4);
+  EXPECT_EQ(object->GetInt("ab", 0), 1);
+  EXPECT_EQ(object->GetInt("abc", 0), 3);  // the first of two wins
+  EXPECT_EQ(object->GetInt("b", 0), 5);
+  EXPECT_EQ(object->GetInt("\xc3\xa9t\xc3\xa9", 0), 8);
+  EXPECT_EQ(object->GetInt("abcd", -1), -1);
+  EXPECT_EQ(object->GetInt("c", -1), -1);
+  EXPECT_EQ(object->GetInt("\xc3\xa9", -1), -1);
+  EXPECT_FALSE(object->HasKey("ba"));
+  EXPECT_TRUE(object->HasKey("ab"));
+  ASSERT_TRUE(object->GetChild("abc"));
+  EXPECT_EQ(object->GetChild("abc")->AsInt(nullptr), 3);
+
+  // Writers find the same member as readers.
+  object->SetInt("abc", 30);
+  EXPECT_EQ(object->GetInt("abc", 0), 30);
+  object->SetInt("a", 40);
+  EXPECT_EQ(object->GetInt("a", 0), 40);
+  EXPECT_EQ(object->GetInt("ab", 0), 1);
+  object->AddArray("ab")->InsertInt(-1, 9);
+  EXPECT_EQ(object->GetChild("ab")->GetInt(0, 0), 9);
+  object->Remove("abc");
+  EXPECT_EQ(object->GetInt("abc", 0), 7);  // the duplicate is found once the first is gone
+  EXPECT_EQ(object->GetSize(), 7);
+}
+
 TEST(RapidjsonWrapperTest, MemberKeysAreWrittenWhole) {
   // Long key, then shorter, empty, cut at a NUL, then longer again: each fetch gives exactly the key.
   auto object = Parse(

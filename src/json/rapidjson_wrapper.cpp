@@ -386,14 +386,10 @@ RapidjsonWrapper::RapidjsonWrapper(std::unique_ptr<rapidjson::Document> document
     : document_(std::move(document)),
       value_(document_.get()),
       allocator_(&document_->GetAllocator()),
-      memberPosition_() {
-  ResetMemberPosition();
-}
+      memberPosition_() {}
 
 RapidjsonWrapper::RapidjsonWrapper(Value* value, Allocator* allocator) noexcept
-    : value_(value), allocator_(allocator), memberPosition_() {
-  ResetMemberPosition();
-}
+    : value_(value), allocator_(allocator), memberPosition_() {}
 
 const RapidjsonWrapper::Value* RapidjsonWrapper::ValueOf(const ZELJson* node) noexcept {
   const auto* wrapper = dynamic_cast<const RapidjsonWrapper*>(node);
@@ -401,7 +397,9 @@ const RapidjsonWrapper::Value* RapidjsonWrapper::ValueOf(const ZELJson* node) no
 }
 
 void RapidjsonWrapper::ResetMemberPosition() noexcept {
-  memberPosition_ = value_->IsObject() ? value_->MemberEnd() : Value::MemberIterator();
+  // No position, so GetNextMember stops until GetFirstMember. Setting it touches nothing of the
+  // value, which keeps making a view cheap.
+  memberPosition_ = Value::MemberIterator();
 }
 
 ZELJsonType RapidjsonWrapper::GetType() const {
@@ -731,7 +729,8 @@ bool RapidjsonWrapper::GetFirstMember(CMRL_ByteString& key, std::shared_ptr<ZELJ
 bool RapidjsonWrapper::GetNextMember(CMRL_ByteString& key, std::shared_ptr<ZELJson>& value) {
   if (!value_->IsObject()) return false;
   // A position left behind by a removal past the new end must not be read.
-  if (memberPosition_ < value_->MemberBegin() || memberPosition_ >= value_->MemberEnd()) {
+  if (memberPosition_ == Value::MemberIterator() || memberPosition_ < value_->MemberBegin() ||
+      memberPosition_ >= value_->MemberEnd()) {
     return false;
   }
   return Fetch(key, value);

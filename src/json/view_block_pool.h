@@ -61,10 +61,15 @@ class ViewBlockPool {
   // bound, or one freed after the thread's list was released.
   static void GiveSlowly(void* block) noexcept;
 
+#if defined(__SANITIZE_ADDRESS__)
+  // GCC's null-pointer check folds the address of an initial-exec variable to null and aborts.
+  static inline thread_local FreeList freeList_{nullptr, 0, ListState::kUnused};
+#else
   // Initial-exec: inside the shared library every access would otherwise be a __tls_get_addr call,
   // which costs more than the list operation itself. The list is a few bytes of static TLS.
   [[gnu::tls_model("initial-exec")]] static inline thread_local FreeList freeList_{
       nullptr, 0, ListState::kUnused};
+#endif
 };
 
 // A standard allocator that takes single objects that fit a block from ViewBlockPool and

@@ -1,4 +1,4 @@
-// JSON text to nodes and back, and a full read of the tree, against plain RapidJSON in the same run.
+// JSON text to nodes and back, a schema-driven read and a visit of every node, against plain RapidJSON in the same run.
 //
 // The documents are generated page descriptions (nested objects, arrays of numbers, strings with
 // some non-ASCII text) of about 1 MB and 10 MB.
@@ -312,6 +312,136 @@ void BM_Walk_RawRapidJSON(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
 }
 
+// A visit of every node: its type, then the members of an object by GetFirstMember/GetNextMember,
+// the elements of an array by GetSize/GetChild(i), and a scalar through the As* reader of its type.
+struct Visit {
+  int64_t nodes = 0;
+  int64_t integers = 0;
+  double numbers = 0;
+  size_t bytes = 0;
+};
+
+void VisitZel(ZELJson& node, Visit& visit) {
+  ++visit.nodes;
+  switch (node.GetType()) {
+    case ZELJsonObject: {
+      CMRL_ByteString key;
+      std::shared_ptr<ZELJson> value;
+      bool more = node.GetFirstMember(key, value);
+      while (value) {
+        visit.bytes += static_cast<size_t>(key.GetLength());
+        VisitZel(*value, visit);
+        if (!more) break;
+        more = node.GetNextMember(key, value);
+      }
+      break;
+    }
+    case ZELJsonArray: {
+      const int size = node.GetSize();
+      for (int i = 0; i < size; ++i) VisitZel(*node.GetChild(i), visit);
+      break;
+    }
+    case ZELJsonInt:
+      visit.integers += node.AsInt(nullptr);
+      break;
+    case ZELJsonUint:
+      visit.integers += node.AsUint(nullptr);
+      break;
+    case ZELJsonInt64:
+      visit.integers += node.AsInt64(nullptr);
+      break;
+    case ZELJsonUint64:
+      visit.integers += static_cast<int64_t>(node.AsUint64(nullptr));
+      break;
+    case ZELJsonDouble:
+      visit.numbers += node.AsDouble(nullptr);
+      break;
+    case ZELJsonString:
+      visit.bytes += static_cast<unsigned char>(node.AsString(nullptr)[0]);
+      break;
+    case ZELJsonBoolean:
+      visit.integers += node.AsBool(nullptr) ? 1 : 0;
+      break;
+    default:
+      break;
+  }
+}
+
+void VisitRaw(const rapidjson::Value& node, Visit& visit) {
+  ++visit.nodes;
+  switch (node.GetType()) {
+    case rapidjson::kObjectType:
+      for (const auto& member : node.GetObject()) {
+        visit.bytes += member.name.GetStringLength();
+        VisitRaw(member.value, visit);
+      }
+      break;
+    case rapidjson::kArrayType: {
+      const rapidjson::SizeType size = node.Size();
+      for (rapidjson::SizeType i = 0; i < size; ++i) VisitRaw(node[i], visit);
+      break;
+    }
+    case rapidjson::kNumberType:
+      if (node.IsUint()) {
+        visit.integers += node.GetUint();
+      } else if (node.IsInt()) {
+        visit.integers += node.GetInt();
+      } else if (node.IsUint64()) {
+        visit.integers += static_cast<int64_t>(node.GetUint64());
+      } else if (node.IsInt64()) {
+        visit.integers += node.GetInt64();
+      } else {
+        visit.numbers += node.GetDouble();
+      }
+      break;
+    case rapidjson::kStringType:
+      visit.bytes += static_cast<unsigned char>(node.GetString()[0]);
+      break;
+    case rapidjson::kTrueType:
+      visit.integers += 1;
+      break;
+    default:
+      break;
+  }
+}
+
+void BM_VisitAll_ZELJson(benchmark::State& state) {
+  const std::string& text = Document(static_cast<int>(state.range(0)));
+  auto root = ZELJsonFactory::ParseJsonString(text.data(), static_cast<unsigned int>(text.size()),
+                                              nullptr);
+  rapidjson::Document document;
+  document.Parse(text.data(), text.size());
+  Visit mine;
+  Visit peer;
+  VisitZel(*root, mine);
+  VisitRaw(document, peer);
+  if (mine.nodes != peer.nodes || mine.integers != peer.integers || mine.numbers != peer.numbers ||
+      mine.bytes != peer.bytes) {
+    state.SkipWithError("the two visits disagree");
+    return;
+  }
+  for (auto _ : state) {
+    Visit visit;
+    VisitZel(*root, visit);
+    benchmark::DoNotOptimize(visit);
+  }
+  state.SetItemsProcessed(state.iterations() * mine.nodes);
+}
+
+void BM_VisitAll_RawRapidJSON(benchmark::State& state) {
+  const std::string& text = Document(static_cast<int>(state.range(0)));
+  rapidjson::Document document;
+  document.Parse(text.data(), text.size());
+  int64_t nodes = 0;
+  for (auto _ : state) {
+    Visit visit;
+    VisitRaw(document, visit);
+    benchmark::DoNotOptimize(visit);
+    nodes = visit.nodes;
+  }
+  state.SetItemsProcessed(state.iterations() * nodes);
+}
+
 BENCHMARK(BM_ParsePrint_ZELJsonFactory)->Arg(1)->Arg(10)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ParsePrint_RawRapidJSON)->Arg(1)->Arg(10)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Parse_ZELJsonFactory)->Arg(1)->Arg(10)->Unit(benchmark::kMillisecond);
@@ -320,6 +450,8 @@ BENCHMARK(BM_Print_ZELJsonFactory)->Arg(1)->Arg(10)->Unit(benchmark::kMillisecon
 BENCHMARK(BM_Print_RawRapidJSON)->Arg(1)->Arg(10)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Walk_ZELJson)->Arg(1)->Arg(10)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Walk_RawRapidJSON)->Arg(1)->Arg(10)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_VisitAll_ZELJson)->Arg(1)->Arg(10)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_VisitAll_RawRapidJSON)->Arg(1)->Arg(10)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

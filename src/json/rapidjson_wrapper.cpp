@@ -10,6 +10,8 @@
 
 #include <rapidjson/writer.h>
 
+#include "view_block_pool.h"
+
 namespace {
 
 using Value = RapidjsonWrapper::Value;
@@ -92,11 +94,49 @@ T ReadOr(const Value* v, bool (*read)(const Value&, T&), T defaultValue) noexcep
 
 bool IsUsableKey(const char* key) noexcept { return key != nullptr && key[0] != '\0'; }
 
+// Whether a member name equals the NUL-terminated key, byte for byte and in length, as
+// Value::FindMember compares. Walking both at once needs no strlen of the key and no memcmp call:
+// most names differ from the key in their first byte.
+bool NameIs(const Value& name, const char* key) noexcept {
+  const char* text = name.GetString();
+  const rapidjson::SizeType length = name.GetStringLength();
+  for (rapidjson::SizeType i = 0; i < length; ++i) {
+    // Stops at the key's NUL, so nothing past the key is read even when the name holds a NUL.
+    if (text[i] != key[i] || key[i] == '\0') return false;
+  }
+  return key[length] == '\0';
+}
+
+// The first member named key, or the end.
+Value::MemberIterator FindKey(Value& object, const char* key) noexcept {
+  const auto end = object.MemberEnd();
+  for (auto member = object.MemberBegin(); member != end; ++member) {
+    if (NameIs(member->name, key)) return member;
+  }
+  return end;
+}
+
+// key = name, up to its first NUL, but written into key's own buffer when that is unshared and
+// large enough, so a member loop does not allocate a string per member.
+void AssignKey(CMRL_ByteString& key, const char* name) {
+  const size_t length = std::strlen(name);
+  if (length == 0) {
+    key = CMRL_ByteString();
+    return;
+  }
+  const int size = static_cast<int>(length);
+  // Room for the usual short keys from the start, so the keys that follow need no growing.
+  constexpr int kKeyRoom = 31;
+  char* buffer = key.GetBuffer(std::max(size, kKeyRoom));
+  std::memcpy(buffer, name, length);
+  key.ReleaseBuffer(size);
+}
+
 // The one event of a value that is no container, chosen as Value::Accept chooses it, except that
 // strings always go out as "copy". Spelled out rather than calling Accept: that recursive template
 // stays out of line, which costs a call per scalar on large documents.
 template <class Handler>
-bool WalkScalar(const Value& v, Handler& handler) {
+[[gnu::always_inline]] inline bool WalkScalar(const Value& v, Handler& handler) {
   switch (v.GetType()) {
     case rapidjson::kNullType:
       return handler.Null();
@@ -346,16 +386,10 @@ RapidjsonWrapper::RapidjsonWrapper(std::unique_ptr<rapidjson::Document> document
     : document_(std::move(document)),
       value_(document_.get()),
       allocator_(&document_->GetAllocator()),
-      memberPosition_() {
-  ResetMemberPosition();
-}
+      memberPosition_() {}
 
 RapidjsonWrapper::RapidjsonWrapper(Value* value, Allocator* allocator) noexcept
-    : value_(value), allocator_(allocator), memberPosition_() {
-  ResetMemberPosition();
-}
-
-RapidjsonWrapper::~RapidjsonWrapper() = default;
+    : value_(value), allocator_(allocator), memberPosition_() {}
 
 const RapidjsonWrapper::Value* RapidjsonWrapper::ValueOf(const ZELJson* node) noexcept {
   const auto* wrapper = dynamic_cast<const RapidjsonWrapper*>(node);
@@ -363,7 +397,9 @@ const RapidjsonWrapper::Value* RapidjsonWrapper::ValueOf(const ZELJson* node) no
 }
 
 void RapidjsonWrapper::ResetMemberPosition() noexcept {
-  memberPosition_ = value_->IsObject() ? value_->MemberEnd() : Value::MemberIterator();
+  // No position, so GetNextMember stops until GetFirstMember. Setting it touches nothing of the
+  // value, which keeps making a view cheap.
+  memberPosition_ = Value::MemberIterator();
 }
 
 ZELJsonType RapidjsonWrapper::GetType() const {
@@ -414,14 +450,17 @@ RapidjsonWrapper::Value* RapidjsonWrapper::Element(int index) const noexcept {
 
 RapidjsonWrapper::Value* RapidjsonWrapper::Member(const char* key) const noexcept {
   if (!value_->IsObject() || !IsUsableKey(key)) return nullptr;
-  const auto it = value_->FindMember(key);
+  const auto it = FindKey(*value_, key);
   return it != value_->MemberEnd() ? &it->value : nullptr;
 }
 
 bool RapidjsonWrapper::HasKey(const char* key) const { return Member(key) != nullptr; }
 
 std::shared_ptr<ZELJson> RapidjsonWrapper::MakeView(Value* value) const {
-  return std::make_shared<RapidjsonWrapper>(value, allocator_);
+  // Views come and go by the million in a walk: their blocks are recycled per thread instead of
+  // going through the heap each time.
+  return std::allocate_shared<RapidjsonWrapper>(ViewAllocator<RapidjsonWrapper>(), value,
+                                                allocator_);
 }
 
 std::shared_ptr<const ZELJson> RapidjsonWrapper::GetChild(int index) const {
@@ -515,7 +554,7 @@ bool RapidjsonWrapper::Replace(int index, Value& newValue) noexcept {
 
 void RapidjsonWrapper::Put(const char* key, Value& newValue) {
   if (!value_->IsObject() || !IsUsableKey(key)) return;
-  const auto it = value_->FindMember(key);
+  const auto it = FindKey(*value_, key);
   if (it != value_->MemberEnd()) {
     it->value = newValue;
     return;
@@ -627,7 +666,7 @@ std::shared_ptr<ZELJson> RapidjsonWrapper::AddContainer(int index, rapidjson::Ty
 
 std::shared_ptr<ZELJson> RapidjsonWrapper::AddContainer(const char* key, rapidjson::Type type) {
   if (!value_->IsObject() || !IsUsableKey(key)) return nullptr;
-  const auto it = value_->FindMember(key);
+  const auto it = FindKey(*value_, key);
   if (it != value_->MemberEnd()) {
     it->value = Value(type);  // get-and-clear: what the member held is dropped
     return MakeView(&it->value);
@@ -660,7 +699,7 @@ bool RapidjsonWrapper::Remove(int index) {
 
 void RapidjsonWrapper::Remove(const char* key) {
   if (!value_->IsObject() || !IsUsableKey(key)) return;
-  const auto it = value_->FindMember(key);
+  const auto it = FindKey(*value_, key);
   if (it != value_->MemberEnd()) value_->RemoveMember(it);  // the last member fills the gap
 }
 
@@ -674,7 +713,7 @@ CMRL_TSArrayTemplate<CMRL_ObjectArray, CMRL_ByteString> RapidjsonWrapper::GetKey
 }
 
 bool RapidjsonWrapper::Fetch(CMRL_ByteString& key, std::shared_ptr<ZELJson>& value) {
-  key = memberPosition_->name.GetString();
+  AssignKey(key, memberPosition_->name.GetString());
   value = MakeView(&memberPosition_->value);
   ++memberPosition_;
   return memberPosition_ != value_->MemberEnd();
@@ -690,7 +729,8 @@ bool RapidjsonWrapper::GetFirstMember(CMRL_ByteString& key, std::shared_ptr<ZELJ
 bool RapidjsonWrapper::GetNextMember(CMRL_ByteString& key, std::shared_ptr<ZELJson>& value) {
   if (!value_->IsObject()) return false;
   // A position left behind by a removal past the new end must not be read.
-  if (memberPosition_ < value_->MemberBegin() || memberPosition_ >= value_->MemberEnd()) {
+  if (memberPosition_ == Value::MemberIterator() || memberPosition_ < value_->MemberBegin() ||
+      memberPosition_ >= value_->MemberEnd()) {
     return false;
   }
   return Fetch(key, value);

@@ -11,8 +11,9 @@
 // The one ZELJson implementation: a thin node object over a value inside a RapidJSON tree.
 //
 // A root (from parsing or Clone) owns a whole rapidjson::Document, its value and its pool. A view
-// holds raw pointers to a value inside some tree and to that tree's pool, and owns nothing: it is
-// made with one allocation on every GetChild, so it stays as small as possible.
+// holds raw pointers to a value inside some tree and to that tree's pool, and owns nothing: a new
+// one is made on every GetChild, in a block from the calling thread's ViewBlockPool, so it stays
+// small enough for one block.
 class RapidjsonWrapper final : public ZELJson {
  public:
   using Value = rapidjson::Value;
@@ -22,7 +23,7 @@ class RapidjsonWrapper final : public ZELJson {
   explicit RapidjsonWrapper(std::unique_ptr<rapidjson::Document> document) noexcept;
   // A view of `value`, whose new strings and blocks come from `allocator`.
   RapidjsonWrapper(Value* value, Allocator* allocator) noexcept;
-  ~RapidjsonWrapper() override;
+  ~RapidjsonWrapper() override = default;
 
   RapidjsonWrapper(const RapidjsonWrapper&) = delete;
   RapidjsonWrapper& operator=(const RapidjsonWrapper&) = delete;

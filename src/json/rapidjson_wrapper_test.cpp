@@ -1,9 +1,13 @@
 #include "rapidjson_wrapper.h"
+#include "view_block_pool.h"
 
 #include <cstdint>
+#include <functional>
 #include <iterator>
 #include <limits>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
@@ -256,6 +260,214 @@ TEST(RapidjsonWrapperTest, MemberIterationReportsWhetherMoreFollow) {
   EXPECT_FALSE(value);
 
   EXPECT_FALSE(Parse("[1]")->GetFirstMember(key, value));
+}
+
+TEST(RapidjsonWrapperTest, KeyLookupComparesWholeNames) {
+  // Prefixes, extensions, a name with a NUL inside, equal first bytes and a duplicate.
+  auto object = Parse(
+      "{\"ab\":1,\"a\\u0000\":2,\"abc\":3,\"a\":4,\"b\":5,\"a\\u0000c\":6,\"abc\":7,"
+      "\"\\u00e9t\\u00e9\":8}");
+  EXPECT_EQ(object->GetInt("a", 0), 4);
+  EXPECT_EQ(object->GetInt("ab", 0), 1);
+  EXPECT_EQ(object->GetInt("abc", 0), 3);  // the first of two wins
+  EXPECT_EQ(object->GetInt("b", 0), 5);
+  EXPECT_EQ(object->GetInt("\xc3\xa9t\xc3\xa9", 0), 8);
+  EXPECT_EQ(object->GetInt("abcd", -1), -1);
+  EXPECT_EQ(object->GetInt("c", -1), -1);
+  EXPECT_EQ(object->GetInt("\xc3\xa9", -1), -1);
+  EXPECT_FALSE(object->HasKey("ba"));
+  EXPECT_TRUE(object->HasKey("ab"));
+  ASSERT_TRUE(object->GetChild("abc"));
+  EXPECT_EQ(object->GetChild("abc")->AsInt(nullptr), 3);
+
+  // Writers find the same member as readers.
+  object->SetInt("abc", 30);
+  EXPECT_EQ(object->GetInt("abc", 0), 30);
+  object->SetInt("a", 40);
+  EXPECT_EQ(object->GetInt("a", 0), 40);
+  EXPECT_EQ(object->GetInt("ab", 0), 1);
+  object->AddArray("ab")->InsertInt(-1, 9);
+  EXPECT_EQ(object->GetChild("ab")->GetInt(0, 0), 9);
+  object->Remove("abc");
+  EXPECT_EQ(object->GetInt("abc", 0), 7);  // the duplicate is found once the first is gone
+  EXPECT_EQ(object->GetSize(), 7);
+}
+
+TEST(RapidjsonWrapperTest, MemberKeysAreWrittenWhole) {
+  // Long key, then shorter, empty, cut at a NUL, then longer again: each fetch gives exactly the key.
+  auto object = Parse(
+      "{\"a long member name that needs room\":1,\"b\":2,\"\":3,\"x\\u0000y\":4,"
+      "\"the longest member name of all of them, well past the first\":5}");
+  CMRL_ByteString key;
+  std::shared_ptr<ZELJson> value;
+  ASSERT_TRUE(object->GetFirstMember(key, value));
+  EXPECT_EQ(key, "a long member name that needs room");
+  const CMRL_ByteString kept = key;  // shares the buffer: a later fetch must not write into it
+  ASSERT_TRUE(object->GetNextMember(key, value));
+  EXPECT_EQ(key, "b");
+  EXPECT_EQ(key.GetLength(), 1);
+  EXPECT_EQ(kept, "a long member name that needs room");
+  ASSERT_TRUE(object->GetNextMember(key, value));
+  EXPECT_TRUE(key.IsEmpty());
+  EXPECT_EQ(value->AsInt(nullptr), 3);
+  ASSERT_TRUE(object->GetNextMember(key, value));
+  EXPECT_EQ(key, "x");
+  EXPECT_EQ(key.GetLength(), 1);
+  EXPECT_FALSE(object->GetNextMember(key, value));
+  EXPECT_EQ(key, "the longest member name of all of them, well past the first");
+  EXPECT_EQ(value->AsInt(nullptr), 5);
+}
+
+// Every node through the interface, as text, to compare with the same visit of RapidJSON's tree.
+void Describe(ZELJson& node, std::string& out) {
+  switch (node.GetType()) {
+    case ZELJsonObject: {
+      out += '{';
+      CMRL_ByteString key;
+      std::shared_ptr<ZELJson> value;
+      bool more = node.GetFirstMember(key, value);
+      while (value) {
+        out += std::string(key.c_str()) + ':';
+        Describe(*value, out);
+        if (!more) break;
+        more = node.GetNextMember(key, value);
+      }
+      out += '}';
+      break;
+    }
+    case ZELJsonArray:
+      out += '[';
+      for (int i = 0; i < node.GetSize(); ++i) Describe(*node.GetChild(i), out);
+      out += ']';
+      break;
+    case ZELJsonInt:
+    case ZELJsonInt64:
+      out += 'i' + std::to_string(node.AsInt64(nullptr)) + ',';
+      break;
+    case ZELJsonUint:
+    case ZELJsonUint64:
+      out += 'u' + std::to_string(node.AsUint64(nullptr)) + ',';
+      break;
+    case ZELJsonDouble:
+      out += 'd' + std::to_string(node.AsDouble(nullptr)) + ',';
+      break;
+    case ZELJsonString:
+      out += 's' + std::string(node.AsString(nullptr)) + ',';
+      break;
+    case ZELJsonBoolean:
+      out += node.AsBool(nullptr) ? "T," : "F,";
+      break;
+    default:
+      out += "N,";
+      break;
+  }
+}
+
+void DescribeRaw(const rapidjson::Value& node, std::string& out) {
+  if (node.IsObject()) {
+    out += '{';
+    for (const auto& member : node.GetObject()) {
+      out += std::string(member.name.GetString()) + ':';
+      DescribeRaw(member.value, out);
+    }
+    out += '}';
+  } else if (node.IsArray()) {
+    out += '[';
+    for (const auto& element : node.GetArray()) DescribeRaw(element, out);
+    out += ']';
+  } else if (node.IsUint64()) {
+    out += 'u' + std::to_string(node.GetUint64()) + ',';
+  } else if (node.IsInt64()) {
+    out += 'i' + std::to_string(node.GetInt64()) + ',';
+  } else if (node.IsDouble()) {
+    out += 'd' + std::to_string(node.GetDouble()) + ',';
+  } else if (node.IsString()) {
+    out += 's' + std::string(node.GetString()) + ',';
+  } else if (node.IsBool()) {
+    out += node.GetBool() ? "T," : "F,";
+  } else {
+    out += "N,";
+  }
+}
+
+TEST(RapidjsonWrapperTest, VisitOfEveryNodeMatchesTheUnderlyingTree) {
+  // Random trees of every kind of value, keys of every length; views are made and dropped in
+  // every order a walk makes them, many times over, so recycled view storage is exercised.
+  uint64_t state = 12345;
+  auto next = [&state](int below) {
+    state = state * 6364136223846793005ULL + 1442695040888963407ULL;
+    return static_cast<int>((state >> 33) % static_cast<uint64_t>(below));
+  };
+  std::function<void(std::string&, int)> value = [&](std::string& out, int depth) {
+    switch (depth > 4 ? next(6) : next(8)) {
+      case 0: out += std::to_string(next(1000) - 500); break;
+      case 1: out += "4294967296"; break;
+      case 2: out += std::to_string(next(100000)) + ".25"; break;
+      case 3: out += "\"" + std::string(static_cast<size_t>(next(40)), 'v') + "\""; break;
+      case 4: out += next(2) ? "true" : "false"; break;
+      case 5: out += next(2) ? "null" : "-9223372036854775808"; break;
+      case 6: {
+        out += '[';
+        const int n = next(6);
+        for (int i = 0; i < n; ++i) {
+          if (i > 0) out += ',';
+          value(out, depth + 1);
+        }
+        out += ']';
+        break;
+      }
+      default: {
+        out += '{';
+        const int n = next(6);
+        for (int i = 0; i < n; ++i) {
+          if (i > 0) out += ',';
+          out += "\"" + std::string(static_cast<size_t>(next(30)), static_cast<char>('a' + i)) + "\":";
+          value(out, depth + 1);
+        }
+        out += '}';
+        break;
+      }
+    }
+  };
+  for (int round = 0; round < 200; ++round) {
+    std::string text = next(2) ? "[" : "{\"k\":[";
+    value(text, 0);
+    text += text[0] == '[' ? "]" : "]}";
+    auto root = Parse(text.c_str());
+    ASSERT_TRUE(root) << text;
+    rapidjson::Document peer;
+    peer.Parse(text.c_str());
+    std::string mine;
+    std::string theirs;
+    Describe(*root, mine);
+    DescribeRaw(peer, theirs);
+    ASSERT_EQ(mine, theirs) << text;
+  }
+}
+
+TEST(RapidjsonWrapperTest, ViewsMayBeDroppedOnAnotherThread) {
+  auto root = Parse("[[1,2,3],{\"a\":\"x\"},4]");
+  std::vector<std::shared_ptr<ZELJson>> views;
+  for (int round = 0; round < 100; ++round) {
+    for (int i = 0; i < 3; ++i) views.push_back(root->GetChild(i));
+  }
+  std::thread other([&views] {
+    int sum = 0;
+    for (const auto& view : views) sum += view->GetSize();
+    EXPECT_EQ(sum, 100 * (3 + 1 - 1));
+    views.clear();  // their storage goes back on this thread
+  });
+  other.join();
+  // Views made after that on this thread work as before.
+  EXPECT_EQ(root->GetChild(0)->GetInt(2, 0), 3);
+  EXPECT_STREQ(root->GetChild(1)->GetString("a", ""), "x");
+
+  // A view fits one pool block: with this thread's list emptied, a dropped view leaves one block.
+  std::vector<void*> held;
+  while (ViewBlockPool::CachedBlocks() > 0) held.push_back(ViewBlockPool::Take());
+  { auto view = root->GetChild(2); }
+  EXPECT_EQ(ViewBlockPool::CachedBlocks(), 1);
+  for (void* block : held) ViewBlockPool::Give(block);
 }
 
 TEST(RapidjsonWrapperTest, CopiesAreDeepAndIndependent) {

@@ -55,26 +55,44 @@ class DepthLimitedHandler {
   int depth_ = 0;
 };
 
-// Feeds the text through RapidJSON's reader with default flags, the same stream types as
-// Document::Parse(text, length) (so a leading byte order mark is skipped the same way).
+// The length that means "up to the NUL".
+constexpr unsigned int kNoLimit = static_cast<unsigned int>(-1);
+
+// Feeds the text through RapidJSON's reader with default flags, seeing the same bytes as
+// Document::Parse(text, length): a leading byte order mark is skipped the same way, and the
+// reader stops at a NUL by itself, so the text needs no measuring first.
 class LimitedParse {
  public:
-  LimitedParse(const char* text, size_t length) noexcept : text_(text), length_(length) {}
+  LimitedParse(const char* text, unsigned int length) noexcept : text_(text), length_(length) {}
 
   bool operator()(rapidjson::Document& document) {
+    if (length_ == kNoLimit) {
+      // Up to the NUL: a plain string stream, with the mark skipped as the stream below skips it.
+      const char* start = text_;
+      for (const unsigned char mark : {0xEFu, 0xBBu, 0xBFu}) {
+        if (static_cast<unsigned char>(*start) == mark) ++start;
+      }
+      rapidjson::StringStream input(start);
+      return Run(input, document);
+    }
     rapidjson::MemoryStream bytes(text_, length_);
     rapidjson::EncodedInputStream<rapidjson::UTF8<>, rapidjson::MemoryStream> input(bytes);
+    return Run(input, document);
+  }
+
+  const rapidjson::ParseResult& Result() const noexcept { return result_; }
+
+ private:
+  template <class Stream>
+  bool Run(Stream& input, rapidjson::Document& document) {
     rapidjson::Reader reader;
     DepthLimitedHandler handler(document);
     result_ = reader.Parse<rapidjson::kParseDefaultFlags>(input, handler);
     return !result_.IsError();
   }
 
-  const rapidjson::ParseResult& Result() const noexcept { return result_; }
-
- private:
   const char* text_;
-  size_t length_;
+  unsigned int length_;
   rapidjson::ParseResult result_;
 };
 
@@ -110,9 +128,7 @@ std::shared_ptr<ZELJson> ZELJsonFactory::ParseJsonString(const char* text, unsig
     document->SetObject();
     return std::make_shared<RapidjsonWrapper>(std::move(document));
   }
-  // The parser stops at a NUL byte anyway; measuring first keeps the stream inside the text when
-  // the length is "no limit".
-  LimitedParse parse(text, strnlen(text, length));
+  LimitedParse parse(text, length);
   document->Populate(parse);
   if (parse.Result().IsError()) {
     std::printf("Parse json error. code=%d\n", static_cast<int>(parse.Result().Code()));

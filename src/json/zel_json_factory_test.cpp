@@ -103,6 +103,23 @@ TEST(ZELJsonFactoryTest, LengthNulAndByteOrderMark) {
     EXPECT_EQ(outcome.printed, "");
   }
 
+  // "Up to the NUL" and an exact length read the same bytes: whole and partial marks, a NUL right
+  // after a mark, a NUL inside a string, escape or literal, and texts that end early.
+  const std::string texts[] = {
+      "\xEF\xBB\xBF[1]", "\xEF\xBB[1]", "\xEF[1]", "\xBB\xBF[1]", "\xBF[1]", "\xEF\xBB\xBF",
+      "\xEF\xBB\xBF\xEF\xBB\xBF[1]", "\xBF\xBB\xEF[1]", "[1, 2 ]  ", "[\"a\\u00e9\"]",
+      std::string("[\"a\0b\"]", 7), std::string("[\"\\u00\0\"]", 9), std::string("[tr\0e]", 7),
+      std::string("{\"k\":1}\0x", 10), "[1", "{\"k\"", "[\"open", "[-]", " \t\n[]\r"};
+  for (const std::string& text : texts) {
+    const ParseOutcome whole = ParseCapturing(text.c_str());
+    const ParseOutcome exact = ParseCapturing(text.c_str(), static_cast<unsigned int>(text.size()));
+    EXPECT_EQ(whole.printed, exact.printed) << text;
+    ASSERT_EQ(static_cast<bool>(whole.node), static_cast<bool>(exact.node)) << text;
+    if (whole.node) EXPECT_EQ(Build(whole.node), Build(exact.node)) << text;
+  }
+  EXPECT_EQ(ParseCapturing("\xEF\xBB[1]").printed, "");     // a partial mark is skipped as well
+  EXPECT_EQ(ParseCapturing("\xBF\xBB\xEF[1]").printed, ErrorLine(3));  // out of order it is not
+
   // Strings are copied out of the caller's buffer.
   std::string buffer = "[\"value\"]";
   auto node = Parse(buffer.c_str());

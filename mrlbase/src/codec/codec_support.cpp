@@ -43,7 +43,8 @@ void SetDefaultPalette(CCA_Dib& dib) {
 }
 
 // A bitmap over a pixel buffer it holds itself. CCA_Dib zero-fills the buffers it allocates;
-// this one is allocated bare and freed when the bitmap goes, like an own buffer.
+// this one is allocated bare and freed with the bitmap, like an own buffer (a later Create on
+// the bitmap gets an own buffer as usual; this one is then merely kept until the end).
 class HeldBufferDib final : public CCA_Dib {
  public:
   explicit HeldBufferDib(std::unique_ptr<unsigned char[]> pixels) noexcept : pixels_(std::move(pixels)) {}
@@ -54,14 +55,6 @@ class HeldBufferDib final : public CCA_Dib {
 };
 
 }  // namespace
-
-bool ReadWholeStream(IMRL_StreamRead* stream, std::vector<uint8_t>& out) {
-  if (!stream) return false;
-  const size_t size = stream->GetSize();
-  if (size == 0 || size > kMaxStreamBytes) return false;
-  out.resize(size);
-  return stream->ReadBlock(out.data(), 0, size);
-}
 
 bool StreamBytes::Load(IMRL_StreamRead* stream) {
   copy_.reset();

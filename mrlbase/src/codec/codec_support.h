@@ -32,16 +32,14 @@ constexpr int64_t kMaxPixels = int64_t{1} << 28;
 // it fills (which kMaxPixels bounds). A file whose decoding would need more is refused.
 constexpr size_t kDecodeMemoryBudget = size_t{1} << 30;
 
-// Reads the whole stream into `out`. False for a null, empty or unreadable stream.
-bool ReadWholeStream(IMRL_StreamRead* stream, std::vector<uint8_t>& out);
-
 // The whole content of a stream for one decode. The bytes of a CMRL_MemoryStream (that exact
 // type, whose reads are known to be plain copies) are looked at where they are, so that stream
 // must stay unchanged while this lives; any other stream is read into a buffer of its own.
 class StreamBytes {
  public:
-  // False, with nothing held, for a null, empty, oversized (as ReadWholeStream) or unreadable
-  // stream, or when the copy cannot be allocated.
+  // False, with nothing held, for a null, empty or unreadable stream, one claiming more than
+  // four times the largest bitmap's pixels in bytes (no real file is that big), or when the
+  // copy cannot be allocated.
   bool Load(IMRL_StreamRead* stream);
   const uint8_t* data() const noexcept { return data_; }
   size_t size() const noexcept { return size_; }
@@ -51,6 +49,7 @@ class StreamBytes {
   const uint8_t* data_ = nullptr;
   size_t size_ = 0;
 };
+
 // Reads up to `size` leading bytes; the count read (0 when the stream is shorter than asked
 // for nothing).
 size_t ReadHead(IMRL_StreamRead* stream, uint8_t* buffer, size_t size);

@@ -4,20 +4,78 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
+#include <typeinfo>
+#include <utility>
 
 ICA_ImageDecoder::~ICA_ImageDecoder() = default;
 ICA_ImageEncoder::~ICA_ImageEncoder() = default;
 
 namespace mrl_codec {
 
-bool ReadWholeStream(IMRL_StreamRead* stream, std::vector<uint8_t>& out) {
+namespace {
+
+// Four times the largest bitmap is far beyond any real file; refusing early keeps a lying
+// stream from asking for an absurd buffer.
+constexpr size_t kMaxStreamBytes = static_cast<size_t>(kMaxPixels) * 4;
+
+int BitsPerPixel(CA_DibFormat format) noexcept {
+  switch (format) {
+    case CA_DIB_1bpp: return 1;
+    case CA_DIB_8bppMask:
+    case CA_DIB_8bpp: return 8;
+    case CA_DIB_Rgb: return 24;
+    case CA_DIB_Rgb32:
+    case CA_DIB_Argb: return 32;
+    default: return 0;
+  }
+}
+
+void SetDefaultPalette(CCA_Dib& dib) {
+  if (dib.GetFormat() == CA_DIB_1bpp) {
+    const unsigned bw[2] = {0x000000u, 0xFFFFFFu};
+    dib.SetPalette(bw, 2);
+  } else if (dib.GetFormat() == CA_DIB_8bpp) {
+    unsigned ramp[256];
+    for (unsigned i = 0; i < 256; ++i) ramp[i] = i * 0x010101u;
+    dib.SetPalette(ramp, 256);
+  }
+}
+
+// A bitmap over a pixel buffer it holds itself. CCA_Dib zero-fills the buffers it allocates;
+// this one is allocated bare and freed with the bitmap, like an own buffer (a later Create on
+// the bitmap gets an own buffer as usual; this one is then merely kept until the end).
+class HeldBufferDib final : public CCA_Dib {
+ public:
+  explicit HeldBufferDib(std::unique_ptr<unsigned char[]> pixels) noexcept : pixels_(std::move(pixels)) {}
+  unsigned char* Pixels() const noexcept { return pixels_.get(); }
+
+ private:
+  std::unique_ptr<unsigned char[]> pixels_;
+};
+
+}  // namespace
+
+bool StreamBytes::Load(IMRL_StreamRead* stream) {
+  copy_.reset();
+  data_ = nullptr;
+  size_ = 0;
   if (!stream) return false;
   const size_t size = stream->GetSize();
-  // Four times the largest bitmap is far beyond any real file; refusing early keeps a lying
-  // stream from asking for an absurd buffer.
-  if (size == 0 || size > static_cast<size_t>(kMaxPixels) * 4) return false;
-  out.resize(size);
-  return stream->ReadBlock(out.data(), 0, size);
+  if (size == 0 || size > kMaxStreamBytes) return false;
+  // Only the exact type: a class derived from it may read something other than its buffer.
+  if (typeid(*stream) == typeid(CMRL_MemoryStream)) {
+    data_ = static_cast<const CMRL_MemoryStream*>(stream)->GetData();
+  } else {
+    copy_.reset(new (std::nothrow) uint8_t[size]);
+    if (!copy_ || !stream->ReadBlock(copy_.get(), 0, size)) {
+      copy_.reset();
+      return false;
+    }
+    data_ = copy_.get();
+  }
+  size_ = size;
+  return true;
 }
 
 size_t ReadHead(IMRL_StreamRead* stream, uint8_t* buffer, size_t size) {
@@ -32,14 +90,24 @@ DibPtr NewDib(int width, int height, CA_DibFormat format) {
   if (width <= 0 || height <= 0 || int64_t{width} * height > kMaxPixels) return nullptr;
   DibPtr dib(new CCA_Dib);
   if (!dib->Create(width, height, format)) return nullptr;
-  if (format == CA_DIB_1bpp) {
-    const unsigned bw[2] = {0x000000u, 0xFFFFFFu};
-    dib->SetPalette(bw, 2);
-  } else if (format == CA_DIB_8bpp) {
-    unsigned ramp[256];
-    for (unsigned i = 0; i < 256; ++i) ramp[i] = i * 0x010101u;
-    dib->SetPalette(ramp, 256);
+  SetDefaultPalette(*dib);
+  return dib;
+}
+
+DibPtr NewDibToOverwrite(int width, int height, CA_DibFormat format) {
+  const int bpp = BitsPerPixel(format);
+  if (bpp == 0 || width <= 0 || height <= 0 || int64_t{width} * height > kMaxPixels) return nullptr;
+  // The pitch CCA_Dib::Create picks by itself: the row rounded up to 4 bytes.
+  const size_t pitch = (static_cast<size_t>(width) * bpp + 31) / 32 * 4;
+  std::unique_ptr<unsigned char[]> pixels(new (std::nothrow) unsigned char[pitch * static_cast<size_t>(height)]);
+  if (!pixels) return nullptr;
+  std::unique_ptr<HeldBufferDib> dib(new (std::nothrow) HeldBufferDib(std::move(pixels)));
+  if (!dib || !dib->Create(width, height, format, dib->Pixels(), static_cast<int>(pitch))) return nullptr;
+  const size_t whole = static_cast<size_t>(width) * bpp / 8;
+  if (whole < pitch) {
+    for (int y = 0; y < height; ++y) std::memset(dib->GetScanline(y) + whole, 0, pitch - whole);
   }
+  SetDefaultPalette(*dib);
   return dib;
 }
 
@@ -162,9 +230,9 @@ int DecoderBase::SetStream(IMRL_StreamRead* stream, int /*flags*/) {
 CCA_Dib* DecoderBase::Decode(int frame, int format, int /*flags*/) {
   if (!stream_ || frame < 0) return nullptr;
   if (format < 0 || format > CA_DIB_Argb) return nullptr;
-  std::vector<uint8_t> data;
-  if (!ReadWholeStream(stream_, data)) return nullptr;
-  DibPtr dib = DecodeFile(data.data(), data.size(), frame);
+  StreamBytes file;
+  if (!file.Load(stream_)) return nullptr;
+  DibPtr dib = DecodeFile(file.data(), file.size(), frame);
   if (dib && format != 0 && dib->GetFormat() != format) dib = ConvertDib(*dib, static_cast<CA_DibFormat>(format));
   return dib.release();
 }

@@ -32,8 +32,24 @@ constexpr int64_t kMaxPixels = int64_t{1} << 28;
 // it fills (which kMaxPixels bounds). A file whose decoding would need more is refused.
 constexpr size_t kDecodeMemoryBudget = size_t{1} << 30;
 
-// Reads the whole stream into `out`. False for a null, empty or unreadable stream.
-bool ReadWholeStream(IMRL_StreamRead* stream, std::vector<uint8_t>& out);
+// The whole content of a stream for one decode. The bytes of a CMRL_MemoryStream (that exact
+// type, whose reads are known to be plain copies) are looked at where they are, so that stream
+// must stay unchanged while this lives; any other stream is read into a buffer of its own.
+class StreamBytes {
+ public:
+  // False, with nothing held, for a null, empty or unreadable stream, one claiming more than
+  // four times the largest bitmap's pixels in bytes (no real file is that big), or when the
+  // copy cannot be allocated.
+  bool Load(IMRL_StreamRead* stream);
+  const uint8_t* data() const noexcept { return data_; }
+  size_t size() const noexcept { return size_; }
+
+ private:
+  std::unique_ptr<uint8_t[]> copy_;
+  const uint8_t* data_ = nullptr;
+  size_t size_ = 0;
+};
+
 // Reads up to `size` leading bytes; the count read (0 when the stream is shorter than asked
 // for nothing).
 size_t ReadHead(IMRL_StreamRead* stream, uint8_t* buffer, size_t size);
@@ -41,6 +57,10 @@ size_t ReadHead(IMRL_StreamRead* stream, uint8_t* buffer, size_t size);
 // A new bitmap, or null when the size is out of range or allocation fails. 1 bpp gets the
 // black/white palette, 8 bpp the gray ramp.
 DibPtr NewDib(int width, int height, CA_DibFormat format);
+// Like NewDib, for a decoder that writes every pixel of every row before anyone sees the bitmap:
+// the pixels are left as allocated, not zero-filled. Only the bytes each row does not wholly
+// cover (a 1 bpp row's last byte, the padding up to the pitch) start at zero.
+DibPtr NewDibToOverwrite(int width, int height, CA_DibFormat format);
 // True when the 8 bpp or 1 bpp palette maps index i to gray level i*255/(n-1) for all entries.
 bool HasGrayRampPalette(const CCA_Dib& dib);
 // Row y of any layout as 8-bit R,G,B,A quadruples (alpha 255 where the layout has none;

@@ -4,6 +4,7 @@
 
 #include <mrlbase/stream.h>
 
+#include <cstring>
 #include <string>
 
 #include "codec/codec_test_support.h"
@@ -87,6 +88,140 @@ TEST(EncoderBase, IndexedBitmapsReachTheEncoderWithAPaletteCoveringEveryPixel) {
   indexed.SetPixel(CMRL_PSVTemplate<int>(6, 1), 2);
   EXPECT_EQ(mrl_codec::WithFullPalette(indexed), nullptr);
   EXPECT_EQ(mrl_codec::WithFullPalette(*Pattern(3, 3, CA_DIB_Rgb)), nullptr);
+}
+
+// A stream that is no memory stream: serves `bytes` (or claims `claimed` bytes) and counts reads.
+class StringStream final : public IMRL_StreamRead {
+ public:
+  explicit StringStream(std::string bytes, size_t claimed = 0) : bytes_(std::move(bytes)), claimed_(claimed) {}
+  size_t GetSize() override { return claimed_ ? claimed_ : bytes_.size(); }
+  bool ReadBlock(void* buffer, size_t offset, size_t size) override {
+    ++reads;
+    if (offset > bytes_.size() || size > bytes_.size() - offset) return false;
+    std::memcpy(buffer, bytes_.data() + offset, size);
+    return true;
+  }
+  int reads = 0;
+
+ private:
+  std::string bytes_;
+  size_t claimed_;
+};
+
+// A memory stream that shows only what follows its first `skip` bytes.
+class SkippingMemoryStream final : public CMRL_MemoryStream {
+ public:
+  SkippingMemoryStream(const void* data, size_t size, size_t skip) : CMRL_MemoryStream(data, size), skip_(skip) {}
+  size_t GetSize() override { return CMRL_MemoryStream::GetSize() - skip_; }
+  bool ReadBlock(void* buffer, size_t offset, size_t size) override {
+    return CMRL_MemoryStream::ReadBlock(buffer, offset + skip_, size);
+  }
+
+ private:
+  size_t skip_;
+};
+
+std::string Text(const mrl_codec::StreamBytes& bytes) {
+  return std::string(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+}
+
+TEST(StreamBytes, MemoryStreamsAreSeenInPlaceOtherStreamsThroughTheirReads) {
+  const std::string text("\xFF\xD8\0 sixteen and more bytes", 26);
+  mrl_codec::StreamBytes bytes;
+  CMRL_MemoryStream memory(text.data(), text.size());
+  ASSERT_TRUE(bytes.Load(&memory));
+  EXPECT_EQ(bytes.data(), memory.GetData());
+  EXPECT_EQ(Text(bytes), text);
+
+  StringStream other(text);
+  ASSERT_TRUE(bytes.Load(&other));
+  EXPECT_EQ(Text(bytes), text);
+  EXPECT_EQ(other.reads, 1);
+  // A class derived from the memory stream may show other bytes than its buffer holds.
+  SkippingMemoryStream skipping(text.data(), text.size(), 3);
+  ASSERT_TRUE(bytes.Load(&skipping));
+  EXPECT_EQ(Text(bytes), text.substr(3));
+
+  // Refusals leave nothing behind, whatever an earlier load held.
+  CMRL_MemoryStream empty;
+  StringStream liar(text, size_t{1} << 31), failing(text, text.size() + 1);
+  for (IMRL_StreamRead* stream : {static_cast<IMRL_StreamRead*>(nullptr), static_cast<IMRL_StreamRead*>(&empty),
+                                  static_cast<IMRL_StreamRead*>(&liar), static_cast<IMRL_StreamRead*>(&failing)}) {
+    ASSERT_TRUE(bytes.Load(&memory));
+    EXPECT_FALSE(bytes.Load(stream));
+    EXPECT_EQ(bytes.data(), nullptr);
+    EXPECT_EQ(bytes.size(), 0u);
+  }
+  EXPECT_EQ(liar.reads, 0) << "an absurd size was not refused before reading";
+  EXPECT_EQ(failing.reads, 1);
+}
+
+TEST(DecoderBase, EveryKindOfStreamGivesTheSameBitmap) {
+  const auto page = Pattern(37, 11, CA_DIB_Rgb);
+  const std::string junk = "junk ahead";
+  for (CA_ImageFormat format : {CA_IMAGE_Png, CA_IMAGE_Jpeg, CA_IMAGE_Tif, CA_IMAGE_Bmp, CA_IMAGE_Gif}) {
+    SCOPED_TRACE(format);
+    const Bytes file = Encode(*page, format);
+    ASSERT_FALSE(file.empty());
+    const auto want = Decode(file);
+    ASSERT_NE(want, nullptr);
+    Bytes prefixed(junk.begin(), junk.end());
+    prefixed.insert(prefixed.end(), file.begin(), file.end());
+    StringStream other(std::string(file.begin(), file.end()));
+    SkippingMemoryStream skipping(prefixed.data(), prefixed.size(), junk.size());
+    for (IMRL_StreamRead* stream : {static_cast<IMRL_StreamRead*>(&other), static_cast<IMRL_StreamRead*>(&skipping)}) {
+      std::unique_ptr<ICA_ImageDecoder> decoder(CCA_Context::Get()->GetCodecFactory()->CreateImageDecoder(format));
+      ASSERT_NE(decoder, nullptr);
+      ASSERT_EQ(decoder->SetStream(stream, 1), 1);
+      const std::unique_ptr<CCA_Dib> got(decoder->Decode(0, 0, 0));
+      ASSERT_NE(got, nullptr);
+      ASSERT_EQ(got->GetFormat(), want->GetFormat());
+      EXPECT_EQ(CountDifferences(*got, *want), 0);
+    }
+  }
+}
+
+TEST(NewDibToOverwrite, OnceEveryPixelIsWrittenTheBufferIsNewDibs) {
+  for (CA_DibFormat format : kLayouts) {
+    for (int w = 1; w <= 35; ++w) {
+      for (int h : {1, 4}) {
+        SCOPED_TRACE(testing::Message() << "format " << format << " " << w << "x" << h);
+        auto plain = mrl_codec::NewDib(w, h, format);
+        ASSERT_NE(plain, nullptr);
+        {
+          // Memory of the same size scribbled on and freed, which the next allocation likely reuses.
+          auto dirty = mrl_codec::NewDib(w, h, format);
+          std::memset(dirty->GetBuffer(), 0xC3, static_cast<size_t>(dirty->GetPitch()) * h);
+        }
+        auto fast = mrl_codec::NewDibToOverwrite(w, h, format);
+        ASSERT_NE(fast, nullptr);
+        ASSERT_EQ(fast->GetWidth(), w);
+        ASSERT_EQ(fast->GetHeight(), h);
+        ASSERT_EQ(fast->GetFormat(), format);
+        ASSERT_EQ(fast->GetPitch(), plain->GetPitch());
+        ASSERT_EQ(fast->GetPaletteSize(), plain->GetPaletteSize());
+        for (int i = 0; i < plain->GetPaletteSize(); ++i) EXPECT_EQ(fast->GetPaletteEntry(i), plain->GetPaletteEntry(i));
+        for (int y = 0; y < h; ++y) {
+          for (int x = 0; x < w; ++x) {
+            const unsigned v = static_cast<unsigned>(x * 0x9E3779B9u + y * 0x7F4A7C15u);
+            plain->SetPixel(CMRL_PSVTemplate<int>(x, y), v);
+            fast->SetPixel(CMRL_PSVTemplate<int>(x, y), v);
+          }
+        }
+        EXPECT_EQ(BufferBytes(*fast), BufferBytes(*plain));
+        const std::unique_ptr<CCA_Dib> copy(fast->Clone());
+        ASSERT_NE(copy, nullptr);
+        EXPECT_EQ(BufferBytes(*copy), BufferBytes(*plain));
+      }
+    }
+  }
+  // The sizes and layouts NewDib refuses.
+  const int sizes[][2] = {{0, 5}, {5, 0}, {-1, 5}, {5, -3}, {1 << 15, 1 << 14}};
+  for (const auto& size : sizes) {
+    EXPECT_EQ(mrl_codec::NewDibToOverwrite(size[0], size[1], CA_DIB_Rgb), nullptr) << size[0] << "x" << size[1];
+  }
+  EXPECT_EQ(mrl_codec::NewDibToOverwrite(4, 4, CA_DIB_Invalid), nullptr);
+  EXPECT_EQ(mrl_codec::NewDibToOverwrite(4, 4, static_cast<CA_DibFormat>(7)), nullptr);
 }
 
 TEST(PixelsPerMetre, RoundsAndStaysWithinTheFileField) {

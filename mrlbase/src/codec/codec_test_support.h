@@ -8,7 +8,10 @@
 #include <mrlbase/dib.h>
 #include <mrlbase/stream.h>
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -128,6 +131,36 @@ inline int CountDifferences(const CCA_Dib& a, const CCA_Dib& b) {
     for (int x = 0; x < a.GetWidth(); ++x) diff += Argb(a, x, y) != Argb(b, x, y);
   }
   return diff;
+}
+
+// Every byte of the bitmap's pixel buffer, row padding included.
+inline Bytes BufferBytes(const CCA_Dib& dib) {
+  const uint8_t* p = dib.GetBuffer();
+  return Bytes(p, p + static_cast<size_t>(dib.GetPitch()) * static_cast<size_t>(dib.GetHeight()));
+}
+
+// Decodes the file three times, scribbling a different value over each bitmap's buffer before
+// freeing it so that the next decode likely gets that memory back: a byte the decoder leaves
+// unwritten then differs between them. Success when the buffers are the same byte for byte and
+// the padding past each row's last byte is zero.
+inline testing::AssertionResult SameBytesOverReusedMemory(const Bytes& file, int format = 0) {
+  auto dib = Decode(file, 0, format);
+  if (!dib) return testing::AssertionFailure() << "not decoded";
+  const Bytes want = BufferBytes(*dib);
+  const size_t used = (static_cast<size_t>(dib->GetWidth()) * dib->GetBPP() + 7) / 8;
+  for (int y = 0; y < dib->GetHeight(); ++y) {
+    for (size_t i = used; i < static_cast<size_t>(dib->GetPitch()); ++i) {
+      if (dib->GetScanline(y)[i] != 0) return testing::AssertionFailure() << "padding byte " << i << " of row " << y << " is set";
+    }
+  }
+  for (const uint8_t dirt : {uint8_t{0xA5}, uint8_t{0x5A}}) {
+    std::memset(dib->GetBuffer(), dirt, want.size());
+    dib.reset();
+    dib = Decode(file, 0, format);
+    if (!dib) return testing::AssertionFailure() << "not decoded again";
+    if (BufferBytes(*dib) != want) return testing::AssertionFailure() << "bytes differ on memory left at " << int{dirt};
+  }
+  return testing::AssertionSuccess();
 }
 
 }  // namespace codec_test

@@ -130,7 +130,8 @@ class JpegDecoder final : public DecoderBase {
     if (d.cinfo.output_width != d.cinfo.image_width || d.cinfo.output_components != (cmyk ? 4 : d.format == CA_DIB_8bpp ? 1 : 3)) {
       return nullptr;
     }
-    d.dib = NewDib(static_cast<int>(d.cinfo.output_width), static_cast<int>(d.cinfo.output_height), d.format);
+    // Every row below is written or the bitmap is dropped, so it need not start zeroed.
+    d.dib = NewDibToOverwrite(static_cast<int>(d.cinfo.output_width), static_cast<int>(d.cinfo.output_height), d.format);
     if (!d.dib) return nullptr;
     if (cmyk) d.cmykRow.resize(static_cast<size_t>(d.cinfo.output_width) * 4);
     const bool inverted = d.cinfo.saw_Adobe_marker != 0;

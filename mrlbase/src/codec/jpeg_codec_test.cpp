@@ -130,6 +130,38 @@ TEST(JpegCodec, ProgressiveAndGrayMatchTheLibraryExactly) {
   EXPECT_EQ(bad, 0);
 }
 
+TEST(JpegCodec, EveryRowLengthFillsTheWholeBitmap) {
+  // Widths 1..9 give every tail of gray and colour rows against the 4-byte pitch.
+  auto pixel = [](int components) {
+    return [components](int x, int y, uint8_t* out) {
+      for (int c = 0; c < components; ++c) out[c] = static_cast<uint8_t>(x * 29 + y * 17 + c * 83);
+    };
+  };
+  for (int w = 1; w <= 9; ++w) {
+    for (int h : {1, 17}) {
+      const bool progressive = w % 2 == 0;
+      SCOPED_TRACE(testing::Message() << w << "x" << h);
+      const Bytes gray = WriteJpeg(w, h, JCS_GRAYSCALE, 1, progressive, false, pixel(1));
+      const Bytes rgb = WriteJpeg(w, h, JCS_RGB, 3, progressive, false, pixel(3));
+      const Bytes cmyk = WriteJpeg(w, h, JCS_CMYK, 4, progressive, true, pixel(4));
+      for (const Bytes* file : {&gray, &rgb, &cmyk}) EXPECT_TRUE(SameBytesOverReusedMemory(*file));
+      const Bytes grayRef = ReadJpeg(gray, JCS_GRAYSCALE), rgbRef = ReadJpeg(rgb, JCS_RGB);
+      auto grayDib = Decode(gray), rgbDib = Decode(rgb);
+      ASSERT_NE(grayDib, nullptr);
+      ASSERT_NE(rgbDib, nullptr);
+      int bad = 0;
+      for (int y = 0; y < h; ++y) {
+        for (int x = 0; x < w; ++x) {
+          const size_t i = static_cast<size_t>(y) * w + x;
+          bad += Argb(*grayDib, x, y) != (0xFF000000u | grayRef[i] * 0x010101u);
+          bad += Argb(*rgbDib, x, y) != (0xFF000000u | (rgbRef[3 * i] << 16) | (rgbRef[3 * i + 1] << 8) | rgbRef[3 * i + 2]);
+        }
+      }
+      EXPECT_EQ(bad, 0);
+    }
+  }
+}
+
 // The smallest Exif block that names an orientation: IFD0 with the one tag.
 Bytes ExifWithOrientation(bool little, uint8_t value) {
   if (little) return {'E', 'x', 'i', 'f', 0, 0, 'I', 'I', 42, 0, 8, 0, 0, 0, 1, 0, 0x12, 1, 3, 0, 1, 0, 0, 0, value, 0, 0, 0, 0, 0, 0, 0};
@@ -149,8 +181,10 @@ TEST(JpegCodec, ExifOrientationTurnsThePicture) {
     for (uint8_t o = 1; o <= 8; ++o) {
       SCOPED_TRACE(testing::Message() << (little ? "II " : "MM ") << int{o});
       // Another APP1 first: only the Exif one counts.
-      auto dib = Decode(WriteJpeg(24, 16, JCS_RGB, 3, false, false, pixel, {xmp, ExifWithOrientation(little, o)}));
+      const Bytes file = WriteJpeg(24, 16, JCS_RGB, 3, false, false, pixel, {xmp, ExifWithOrientation(little, o)});
+      auto dib = Decode(file);
       ASSERT_NE(dib, nullptr);
+      EXPECT_TRUE(SameBytesOverReusedMemory(file));
       const std::unique_ptr<CCA_Dib> copy(stored->Clone());
       EXPECT_EQ(CountDifferences(*dib, *mrl_codec::ApplyOrientation(std::unique_ptr<CCA_Dib>(copy->Clone()), o)), 0);
     }

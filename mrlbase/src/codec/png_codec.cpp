@@ -85,7 +85,9 @@ bool Prepare(ReadState& s) {
   png_set_interlace_handling(png);
   png_read_update_info(png, info);
 
-  s.dib = NewDib(static_cast<int>(width), static_cast<int>(height), format);
+  // png_read_image fills every row (every pass of an interlaced file) before the bitmap is
+  // handed on, so it need not start zeroed.
+  s.dib = NewDibToOverwrite(static_cast<int>(width), static_cast<int>(height), format);
   if (!s.dib) return false;
   if (png_get_rowbytes(png, info) > static_cast<size_t>(s.dib->GetPitch())) return false;
   if (type == PNG_COLOR_TYPE_PALETTE && !trns) {

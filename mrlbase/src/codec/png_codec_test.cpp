@@ -75,6 +75,7 @@ TEST(PngCodec, EverySuiteFileDecodesToItsSamplesOrIsRefused) {
       for (int x = 0; x < width; ++x) bad += Argb(*dib, x, y) != RgbaAt(rgba, width, x, y);
     }
     EXPECT_EQ(bad, 0);
+    EXPECT_TRUE(SameBytesOverReusedMemory(bytes));
     ++decoded;
     // A spread of cuts over header and data refuses the file; one inside the final IEND chunk,
     // after every row, does not.

@@ -287,7 +287,7 @@ class TiffDecoder final : public DecoderBase {
     const uint64_t bandBytes = static_cast<uint64_t>(scanline) * std::min<uint64_t>(tileH, static_cast<uint64_t>(h));
     if (bandBytes + static_cast<uint64_t>(tileSize) > kDecodeMemoryBudget) return nullptr;
 
-    DibPtr dib = NewDib(w, h, layout.format);
+    DibPtr dib = NewDibToOverwrite(w, h, layout.format);   // ConvertRow writes every row
     if (!dib) return nullptr;
     if (layout.kind == RowKind::Bilevel && layout.minIsWhite) {
       const unsigned wb[2] = {0xFFFFFFu, 0};
@@ -406,7 +406,7 @@ class TiffDecoder final : public DecoderBase {
     const int got = TIFFRGBAImageGet(&image, raster.data(), static_cast<uint32_t>(w), static_cast<uint32_t>(h));
     TIFFRGBAImageEnd(&image);
     if (!got) return nullptr;
-    DibPtr dib = NewDib(w, h, alpha ? CA_DIB_Argb : CA_DIB_Rgb);
+    DibPtr dib = NewDibToOverwrite(w, h, alpha ? CA_DIB_Argb : CA_DIB_Rgb);   // every pixel is set below
     if (!dib) return nullptr;
     // The reader hands associated alpha on as stored and premultiplies unassociated colour
     // alpha itself; gray with unassociated alpha it leaves straight.

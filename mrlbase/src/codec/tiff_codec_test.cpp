@@ -146,8 +146,10 @@ TEST(TiffCodec, RgbPagesMatchTheirSamples) {
                         {18, 17, 16, 4, PHOTOMETRIC_RGB, true}};
   for (const Page& page : pages) {
     SCOPED_TRACE(testing::Message() << page.w << "x" << page.h << " bits " << page.bits << " tiled " << page.tiled);
-    auto dib = Decode(WriteTiff({page}));
+    const Bytes file = WriteTiff({page});
+    auto dib = Decode(file);
     ASSERT_NE(dib, nullptr);
+    EXPECT_TRUE(SameBytesOverReusedMemory(file));
     EXPECT_EQ(dib->GetFormat(), page.samples == 4 ? CA_DIB_Argb : CA_DIB_Rgb);
     EXPECT_EQ(CountWrongRgb(*dib, page, 0), 0);
   }
@@ -163,13 +165,17 @@ TEST(TiffCodec, RgbPagesMatchTheirSamples) {
 }
 
 TEST(TiffCodec, MinIsWhiteBilevelAndGray) {
-  auto dib = Decode(WriteTiff({{13, 3, 1, 1, PHOTOMETRIC_MINISWHITE, false}}));
+  const Bytes bilevel = WriteTiff({{13, 3, 1, 1, PHOTOMETRIC_MINISWHITE, false}});
+  auto dib = Decode(bilevel);
   ASSERT_NE(dib, nullptr);
+  EXPECT_TRUE(SameBytesOverReusedMemory(bilevel));
   EXPECT_EQ(dib->GetFormat(), CA_DIB_1bpp);
   EXPECT_EQ(Argb(*dib, 1, 0), 0xFF000000u);   // a set bit is black
   EXPECT_EQ(Argb(*dib, 0, 0), 0xFFFFFFFFu);
-  dib = Decode(WriteTiff({{5, 5, 8, 1, PHOTOMETRIC_MINISWHITE, false}}));   // levels on the usual ramp
+  const Bytes gray = WriteTiff({{5, 5, 8, 1, PHOTOMETRIC_MINISWHITE, false}});
+  dib = Decode(gray);   // levels on the usual ramp
   ASSERT_NE(dib, nullptr);
+  EXPECT_TRUE(SameBytesOverReusedMemory(gray));
   EXPECT_EQ(dib->GetFormat(), CA_DIB_8bpp);
   EXPECT_EQ(Argb(*dib, 3, 2), 0xFF000000u | (255u - Sample(3, 2, 0, 0, 8)) * 0x010101u);
 }

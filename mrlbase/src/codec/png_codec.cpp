@@ -82,12 +82,14 @@ bool Prepare(ReadState& s) {
     if (!(type & PNG_COLOR_MASK_ALPHA) && !trns) png_set_add_alpha(png, 0xFF, PNG_FILLER_AFTER);
     png_set_bgr(png);
   }
-  png_set_interlace_handling(png);
+  const bool interlaced = png_set_interlace_handling(png) > 1;
   png_read_update_info(png, info);
 
-  // png_read_image fills every row (every pass of an interlaced file) before the bitmap is
-  // handed on, so it need not start zeroed.
-  s.dib = NewDibToOverwrite(static_cast<int>(width), static_cast<int>(height), format);
+  // png_read_image writes every row in full before the bitmap is handed on, so it need not start
+  // zeroed. Interlaced passes of packed pixels merge into the row under a bit mask, reading bytes
+  // not written yet; those start zeroed so that nothing is read uninitialised.
+  s.dib = interlaced ? NewDib(static_cast<int>(width), static_cast<int>(height), format)
+                     : NewDibToOverwrite(static_cast<int>(width), static_cast<int>(height), format);
   if (!s.dib) return false;
   if (png_get_rowbytes(png, info) > static_cast<size_t>(s.dib->GetPitch())) return false;
   if (type == PNG_COLOR_TYPE_PALETTE && !trns) {

@@ -69,6 +69,19 @@ inline unsigned char EdgeAt(const unsigned char* top, const unsigned char* mid, 
   return static_cast<unsigned char>(magnitude >= 100 ? 255 : (magnitude < 30 ? 0 : magnitude));
 }
 
+// Edge columns x..w-2 one by one, then the zero border columns; `flags` gains what they hold.
+inline void FinishEdgeRow(const unsigned char* top, const unsigned char* mid, const unsigned char* bottom,
+                          unsigned char* out, int x, int w, EdgeFlags& flags) noexcept {
+  for (; x < w - 1; ++x) {
+    const unsigned char v = EdgeAt(top, mid, bottom, x);
+    out[x] = v;
+    flags.middle |= v != 0 && v != 255;
+    flags.nonzero |= v != 0;
+  }
+  out[0] = 0;
+  out[w - 1] = 0;
+}
+
 // Links columns x..w-2 of `cur` one by one.
 inline void LinkFrom(const unsigned char* up, unsigned char* cur, const unsigned char* down, int x,
                      int w) noexcept {

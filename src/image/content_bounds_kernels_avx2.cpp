@@ -158,14 +158,7 @@ ZEL_CONTENT_BOUNDS_AVX2 EdgeFlags EdgeRow(const unsigned char* top, const unsign
   EdgeFlags flags;
   flags.middle = !_mm_testz_si128(anyMiddle, anyMiddle);
   flags.nonzero = !_mm_testz_si128(anyValue, anyValue);
-  for (; x < w - 1; ++x) {
-    const unsigned char v = EdgeAt(top, mid, bottom, x);
-    out[x] = v;
-    flags.middle |= v != 0 && v != 255;
-    flags.nonzero |= v != 0;
-  }
-  out[0] = 0;
-  out[w - 1] = 0;
+  FinishEdgeRow(top, mid, bottom, out, x, w, flags);
   return flags;
 }
 

@@ -130,14 +130,7 @@ EdgeFlags EdgeRow(const unsigned char* top, const unsigned char* mid, const unsi
   EdgeFlags flags;
   flags.middle = _mm_movemask_epi8(anyMiddle) != 0;
   flags.nonzero = _mm_movemask_epi8(_mm_cmpeq_epi8(anyValue, zero)) != 0xFFFF;
-  for (; x < w - 1; ++x) {
-    const unsigned char v = EdgeAt(top, mid, bottom, x);
-    out[x] = v;
-    flags.middle |= v != 0 && v != 255;
-    flags.nonzero |= v != 0;
-  }
-  out[0] = 0;
-  out[w - 1] = 0;
+  FinishEdgeRow(top, mid, bottom, out, x, w, flags);
   return flags;
 }
 

@@ -1,5 +1,7 @@
 #include "codec/codec_support.h"
 
+#include "image/dib_layout.h"
+
 #include <mrlbase/stream.h>
 
 #include <algorithm>
@@ -19,17 +21,7 @@ namespace {
 // stream from asking for an absurd buffer.
 constexpr size_t kMaxStreamBytes = static_cast<size_t>(kMaxPixels) * 4;
 
-int BitsPerPixel(CA_DibFormat format) noexcept {
-  switch (format) {
-    case CA_DIB_1bpp: return 1;
-    case CA_DIB_8bppMask:
-    case CA_DIB_8bpp: return 8;
-    case CA_DIB_Rgb: return 24;
-    case CA_DIB_Rgb32:
-    case CA_DIB_Argb: return 32;
-    default: return 0;
-  }
-}
+using mrl_image::BitsPerPixel;
 
 void SetDefaultPalette(CCA_Dib& dib) {
   if (dib.GetFormat() == CA_DIB_1bpp) {

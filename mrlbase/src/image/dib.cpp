@@ -4,22 +4,9 @@
 #include <cstring>
 #include <new>
 
-namespace {
+#include "image/dib_layout.h"
 
-// Bits per pixel of a format; 0 for a number that is no bitmap format.
-int BitsPerPixel(CA_DibFormat format) noexcept {
-  switch (format) {
-    case CA_DIB_1bpp: return 1;
-    case CA_DIB_8bppMask:
-    case CA_DIB_8bpp: return 8;
-    case CA_DIB_Rgb: return 24;
-    case CA_DIB_Rgb32:
-    case CA_DIB_Argb: return 32;
-    default: return 0;
-  }
-}
-
-}  // namespace
+using mrl_image::BitsPerPixel;
 
 CCA_Dib::~CCA_Dib() { Reset(); }
 

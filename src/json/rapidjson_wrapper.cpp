@@ -117,24 +117,19 @@ Value::MemberIterator FindKey(Value& object, const char* key) noexcept {
 }
 
 // key = name, up to its first NUL, but written into key's own buffer when that is unshared and
-// large enough, so a member loop does not allocate a string per member. Names are short: a plain
-// copy loop bounded by the stored length beats a strlen and a memcpy call.
-void AssignKey(CMRL_ByteString& key, const Value& name) {
-  const char* text = name.GetString();
-  const rapidjson::SizeType bound = name.GetStringLength();
-  if (bound == 0 || text[0] == '\0') {
+// large enough, so a member loop does not allocate a string per member.
+void AssignKey(CMRL_ByteString& key, const char* name) {
+  const size_t length = std::strlen(name);
+  if (length == 0) {
     key = CMRL_ByteString();
     return;
   }
+  const int size = static_cast<int>(length);
   // Room for the usual short keys from the start, so the keys that follow need no growing.
   constexpr int kKeyRoom = 31;
-  char* buffer = key.GetBuffer(std::max(static_cast<int>(bound), kKeyRoom));
-  rapidjson::SizeType length = 0;
-  do {
-    buffer[length] = text[length];
-    ++length;
-  } while (length < bound && text[length] != '\0');
-  key.ReleaseBuffer(static_cast<int>(length));
+  char* buffer = key.GetBuffer(std::max(size, kKeyRoom));
+  std::memcpy(buffer, name, length);
+  key.ReleaseBuffer(size);
 }
 
 // The one event of a value that is no container, chosen as Value::Accept chooses it, except that
@@ -718,7 +713,7 @@ CMRL_TSArrayTemplate<CMRL_ObjectArray, CMRL_ByteString> RapidjsonWrapper::GetKey
 }
 
 bool RapidjsonWrapper::Fetch(CMRL_ByteString& key, std::shared_ptr<ZELJson>& value) {
-  AssignKey(key, memberPosition_->name);
+  AssignKey(key, memberPosition_->name.GetString());
   value = MakeView(&memberPosition_->value);
   ++memberPosition_;
   return memberPosition_ != value_->MemberEnd();

@@ -318,6 +318,43 @@ TEST(RapidjsonWrapperTest, MemberKeysAreWrittenWhole) {
   EXPECT_EQ(value->AsInt(nullptr), 5);
 }
 
+TEST(RapidjsonWrapperTest, MemberKeysStopAtTheFirstNul) {
+  // Every name length around the reserved room, with a NUL at the start, inside, at the end or
+  // nowhere, and a long tail after an early NUL: the key is the name up to its first NUL.
+  std::string text = "{";
+  std::vector<std::string> expected;
+  int member = 0;
+  for (int length : {1, 2, 7, 30, 31, 32, 33, 64, 300}) {
+    for (int nulAt : {-1, 0, 1, length / 2, length - 1}) {
+      if (nulAt >= length) continue;
+      std::string name;
+      std::string escaped;
+      for (int i = 0; i < length; ++i) {
+        const char c = static_cast<char>('a' + (i + member) % 26);
+        name += i == nulAt ? '\0' : c;
+        escaped += i == nulAt ? std::string("\\u0000") : std::string(1, c);
+      }
+      if (member > 0) text += ',';
+      text += '"' + escaped + "\":" + std::to_string(member);
+      expected.push_back(name.substr(0, name.find('\0')));
+      ++member;
+    }
+  }
+  text += '}';
+  auto object = Parse(text.c_str());
+  ASSERT_NE(object, nullptr);
+  CMRL_ByteString key;
+  std::shared_ptr<ZELJson> value;
+  bool more = object->GetFirstMember(key, value);
+  for (size_t i = 0; i < expected.size(); ++i) {
+    ASSERT_TRUE(value);
+    EXPECT_EQ(std::string(key.c_str(), static_cast<size_t>(key.GetLength())), expected[i]) << i;
+    EXPECT_EQ(value->AsInt(nullptr), static_cast<int>(i));
+    EXPECT_EQ(more, i + 1 < expected.size());
+    if (more) more = object->GetNextMember(key, value);
+  }
+}
+
 // Every node through the interface, as text, to compare with the same visit of RapidJSON's tree.
 void Describe(ZELJson& node, std::string& out) {
   switch (node.GetType()) {

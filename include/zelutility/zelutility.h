@@ -28,5 +28,6 @@
 #include <zelutility/path.h>
 #include <zelutility/temp_file.h>
 #include <zelutility/text_encoding.h>
+#include <zelutility/version.h>
 
 #endif  // ZELUTILITY_ZELUTILITY_H_

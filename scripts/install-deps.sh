@@ -10,7 +10,7 @@ packages=(
   libpng-dev libjpeg62-turbo-dev libgif-dev libtiff-dev libopenjp2-7-dev libjbig2dec0-dev
   libfreetype-dev libfontconfig-dev fonts-wqy-microhei fonts-dejavu-core
   libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev
-  doxygen
+  doxygen abigail-tools
 )
 
 missing=()

@@ -18,16 +18,16 @@ struct B64Options {
   std::string input = "-";
 };
 
-// 0 written, 2 no input or an input too large for the library's lengths.
+// 0 written, 1 no input, an input too large for the library's lengths, or a failed write.
 int RunB64(const B64Options& options, bool encode) {
   std::string bytes;
   if (!zeltool::ReadAll(options.input, bytes)) {
     std::fprintf(stderr, "zeltool b64: cannot read %s\n", options.input.c_str());
-    return 2;
+    return 1;
   }
   if (bytes.size() > static_cast<std::size_t>(std::numeric_limits<int>::max()) / 4 * 3) {
     std::fprintf(stderr, "zeltool b64: %s is too large\n", options.input.c_str());
-    return 2;
+    return 1;
   }
   const int length = static_cast<int>(bytes.size());
   if (encode) {
@@ -39,7 +39,7 @@ int RunB64(const B64Options& options, bool encode) {
     const CMRL_ByteString data = Base64Decode(bytes.data(), length);
     std::fwrite(data.c_str(), 1, static_cast<std::size_t>(data.GetLength()), stdout);
   }
-  return std::fflush(stdout) == 0 ? 0 : 2;
+  return std::fflush(stdout) == 0 ? 0 : 1;
 }
 
 }  // namespace

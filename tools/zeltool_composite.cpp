@@ -25,6 +25,10 @@ int RunComposite(const CompositeOptions& options) {
     std::fprintf(stderr, "zeltool composite: --at wants x,y, not \"%s\"\n", options.at.c_str());
     return 2;
   }
+  if (options.source == "-" && options.target == "-") {
+    std::fprintf(stderr, "zeltool composite: only one of SRC and DST can be standard input\n");
+    return 2;
+  }
   std::unique_ptr<CCA_Dib> source = zeltool::LoadImage(options.source, "composite");
   std::unique_ptr<CCA_Dib> target = zeltool::ToTrueColour32(zeltool::LoadImage(options.target, "composite"));
   if (!source || !target) return 1;

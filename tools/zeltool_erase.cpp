@@ -39,15 +39,16 @@ void AddEraseCommand(CLI::App& app, int& exitCode) {
   };
   auto options = std::make_shared<Options>();
   CLI::App* command = app.add_subcommand("erase", "Paint a rectangle or a thick line of an image over, then save it");
-  command->add_option("IN", options->in, "Image to read")->required();
-  command->add_option("OUT", options->out, "Image to write; the format follows the extension")->required();
+  command->add_option("IN", options->in, "Image to read, or - for standard input")->required();
+  command->add_option("OUT", options->out, "Image to write; the format follows the extension (- : PNG on standard output)")->required();
   CLI::Option* rect = command->add_option("--rect", options->rect, "Rectangle l,t,r,b in pixels (right, bottom exclusive)");
   CLI::Option* path = command->add_option("--path", options->path, "Polyline points x,y x,y ... in pixels");
   rect->excludes(path);
   command->add_option("--desc", options->desc,
                       "JSON paint description: {\"ColorValue\": pixel, \"LineWidth\": px, \"Cap\": 2 flat | other round}");
   command->callback([options, rect, path, &exitCode] {
-    exitCode = 1;
+    // Malformed options are usage errors (2); an image that fails is refused input (1).
+    exitCode = 2;
     if (!*rect && !*path) {
       std::fprintf(stderr, "zeltool erase: give --rect or --path\n");
       return;
@@ -60,28 +61,29 @@ void AddEraseCommand(CLI::App& app, int& exitCode) {
         return;
       }
     }
+    std::vector<int> v;
+    if (*rect && !ParseNumbers(options->rect, 4, v)) {
+      std::fprintf(stderr, "zeltool erase: --rect wants l,t,r,b\n");
+      return;
+    }
+    CMRL_TSArrayTemplate<CMRL_ObjectArray, CMRL_PSVTemplate<float>> points;
+    for (const std::string& text : options->path) {
+      std::vector<float> xy;
+      if (!ParseNumbers(text, 2, xy)) {
+        std::fprintf(stderr, "zeltool erase: path point \"%s\" is not x,y\n", text.c_str());
+        return;
+      }
+      points.Add(CMRL_PSVTemplate<float>(xy[0], xy[1]));
+    }
+    exitCode = 1;
     std::unique_ptr<CCA_Dib> dib = zeltool::LoadImage(options->in, "erase");
     if (!dib) return;
     bool done = false;
     if (*rect) {
-      std::vector<int> v;
-      if (!ParseNumbers(options->rect, 4, v)) {
-        std::fprintf(stderr, "zeltool erase: --rect wants l,t,r,b\n");
-        return;
-      }
       done = DeleteRectDib(dib.get(), CMRL_DeviceRectTemplate<int>(v[0], v[1], v[2], v[3]), desc);
     } else {
       // A polyline has no built-in paint: an empty description gives the documented defaults.
       if (!desc) desc = ZELJsonFactory::ParseJsonString("{}");
-      CMRL_TSArrayTemplate<CMRL_ObjectArray, CMRL_PSVTemplate<float>> points;
-      for (const std::string& text : options->path) {
-        std::vector<float> xy;
-        if (!ParseNumbers(text, 2, xy)) {
-          std::fprintf(stderr, "zeltool erase: path point \"%s\" is not x,y\n", text.c_str());
-          return;
-        }
-        points.Add(CMRL_PSVTemplate<float>(xy[0], xy[1]));
-      }
       done = DeletePathDib(dib.get(), points, desc);
     }
     if (!done) {
@@ -89,7 +91,7 @@ void AddEraseCommand(CLI::App& app, int& exitCode) {
       return;
     }
     if (!zeltool::SaveImage(*dib, options->out, "erase")) return;
-    std::printf("%s -> %s\n", options->in.c_str(), options->out.c_str());
+    std::fprintf(options->out == "-" ? stderr : stdout, "%s -> %s\n", options->in.c_str(), options->out.c_str());
     exitCode = 0;
   });
 }

@@ -12,10 +12,24 @@
 #include <zelutility/image_format.h>
 #include <zelutility/path.h>
 
+#include "zeltool_input.h"
+
 namespace zeltool {
 
-// Decodes the file; null (with a message on standard error) when it cannot be read.
+// Decodes the file, or standard input for "-"; null (with a message on standard error) when it
+// cannot be read. Standard input is read whole first: the decoders seek.
 inline std::unique_ptr<CCA_Dib> LoadImage(const std::string& path, const char* command) {
+  if (path == "-") {
+    std::string bytes;
+    if (!ReadAll(path, bytes)) {
+      std::fprintf(stderr, "zeltool %s: cannot read standard input\n", command);
+      return nullptr;
+    }
+    CMRL_MemoryStream in(bytes.data(), bytes.size());
+    std::unique_ptr<CCA_Dib> dib(ImageDecode(&in));
+    if (!dib) std::fprintf(stderr, "zeltool %s: standard input is not an image this build can read\n", command);
+    return dib;
+  }
   auto stream = CMRL_FileStream::Open(path.c_str(), false);
   if (!stream) {
     std::fprintf(stderr, "zeltool %s: cannot open %s\n", command, path.c_str());
@@ -43,12 +57,22 @@ inline std::unique_ptr<CCA_Dib> ToTrueColour32(std::unique_ptr<CCA_Dib> dib) {
   return out;
 }
 
-// Encodes by the extension of the path (".png", ".jpg", ...). Rgb32 goes out as 24 bpp, since
-// its fourth byte means nothing. False, with a message, when the format or the write fails.
-inline bool SaveImage(const CCA_Dib& dib, const std::string& path, const char* command) {
-  const CA_ImageFormat format = getImageFormatFromExt(CMRL_ByteString(GetFileExt(path.c_str(), -1)));
+// The format named by `ext` ("png" or ".png"), else by the extension of `path`; PNG for "-"
+// (standard output) when `ext` is empty.
+inline CA_ImageFormat OutputFormat(const std::string& path, const std::string& ext) {
+  if (!ext.empty()) return getImageFormatFromExt(CMRL_ByteString((ext[0] == '.' ? ext : "." + ext).c_str()));
+  if (path == "-") return CA_IMAGE_Png;
+  return getImageFormatFromExt(CMRL_ByteString(GetFileExt(path.c_str(), -1)));
+}
+
+// Encodes in the format OutputFormat picks and writes the file, or standard output for "-".
+// Rgb32 goes out as 24 bpp, since its fourth byte means nothing. False, with a message, when the
+// format or the write fails.
+inline bool SaveImage(const CCA_Dib& dib, const std::string& path, const char* command, const std::string& ext = {}) {
+  const CA_ImageFormat format = OutputFormat(path, ext);
   if (format == CA_IMAGE_None) {
-    std::fprintf(stderr, "zeltool %s: no image format for the extension of %s\n", command, path.c_str());
+    if (!ext.empty()) std::fprintf(stderr, "zeltool %s: no image format is called %s\n", command, ext.c_str());
+    else std::fprintf(stderr, "zeltool %s: no image format for the extension of %s\n", command, path.c_str());
     return false;
   }
   const CCA_Dib* source = &dib;
@@ -73,6 +97,12 @@ inline bool SaveImage(const CCA_Dib& dib, const std::string& path, const char* c
   if (ImageEncode(const_cast<CCA_Dib*>(source), format, &encoded, quality, dpi, dpi) == 0) {
     std::fprintf(stderr, "zeltool %s: cannot encode %s in that format\n", command, path.c_str());
     return false;
+  }
+  if (path == "-") {
+    const size_t size = encoded.GetSize();
+    const bool written = std::fwrite(encoded.GetData(), 1, size, stdout) == size && std::fflush(stdout) == 0;
+    if (!written) std::fprintf(stderr, "zeltool %s: writing to standard output failed\n", command);
+    return written;
   }
   auto stream = CMRL_FileStream::Open(path.c_str(), true);
   const bool written = stream && stream->WriteBlock(encoded.GetData(), encoded.GetSize()) && stream->Flush();

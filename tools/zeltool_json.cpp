@@ -21,16 +21,16 @@ struct JsonOptions {
   bool hasDecimals = false;
 };
 
-// 0 printed, 1 the library refused the text (its own line is already on stdout), 2 no input.
+// 0 printed, 1 no input or the library refused the text (its own line is already on stdout).
 int RunJson(const JsonOptions& options) {
   std::string bytes;
   if (!zeltool::ReadAll(options.input, bytes)) {
     std::fprintf(stderr, "zeltool json: cannot read %s\n", options.input.c_str());
-    return 2;
+    return 1;
   }
   if (bytes.size() >= std::numeric_limits<unsigned int>::max()) {
     std::fprintf(stderr, "zeltool json: %s is too large\n", options.input.c_str());
-    return 2;
+    return 1;
   }
   const std::shared_ptr<ZELJson> root = ZELJsonFactory::ParseJsonString(
       bytes.data(), static_cast<unsigned int>(bytes.size()), nullptr);

@@ -1,6 +1,7 @@
 #ifndef ZELUTILITY_JSON_FACTORY_H_
 #define ZELUTILITY_JSON_FACTORY_H_
 
+#include <cstddef>
 #include <memory>
 
 #include <mrlbase/byte_string.h>
@@ -46,6 +47,16 @@ class ZEL_API ZELJsonFactory {
     int maxDecimalPlaces;
   };
 
+  // Why ParseJsonStringQuiet gave null. `code` is 0 when the text was taken, the parse error code
+  // ParseJsonString prints (1 blank text, 2 text after the root, 16 too deep, ...), or kScalarRoot
+  // for a root that is neither array nor object. `offset` is the byte in the text where the reader
+  // stopped, a leading byte order mark counted; 0 when code is 0 or kScalarRoot.
+  struct ParseError {
+    static constexpr int kScalarRoot = -1;
+    int code = 0;
+    size_t offset = 0;
+  };
+
   ZELJsonFactory& operator=(const ZELJsonFactory& other);
   ZELJsonFactory& operator=(ZELJsonFactory&& other) noexcept;
 
@@ -59,6 +70,12 @@ class ZEL_API ZELJsonFactory {
   static std::shared_ptr<ZELJson> ParseJsonString(const char* text,
                                                   unsigned int length = static_cast<unsigned int>(-1),
                                                   const ParseConfig* config = nullptr);
+
+  // ParseJsonString without printing: takes and refuses exactly the same texts, and instead of a
+  // line on standard output fills `error` (when not null) with the reason, reset to code 0 on
+  // success. Null text, "" or length 0 give a new empty object, as there.
+  static std::shared_ptr<ZELJson> ParseJsonStringQuiet(const char* text, unsigned int length,
+                                                       ParseError* error);
 
   // Compact text of any node, view or scalar included: no blanks, members in their order,
   // non-ASCII bytes as they are, doubles always with a fraction or exponent (2.0, 1e30).

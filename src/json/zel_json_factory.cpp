@@ -72,6 +72,7 @@ class LimitedParse {
       for (const unsigned char mark : {0xEFu, 0xBBu, 0xBFu}) {
         if (static_cast<unsigned char>(*start) == mark) ++start;
       }
+      skipped_ = static_cast<size_t>(start - text_);
       rapidjson::StringStream input(start);
       return Run(input, document);
     }
@@ -81,6 +82,9 @@ class LimitedParse {
   }
 
   const rapidjson::ParseResult& Result() const noexcept { return result_; }
+  // Where the reader stopped, counted from the first byte of the text, mark included (the
+  // string stream above counts from after the mark, the memory stream from before it).
+  size_t ErrorOffset() const noexcept { return skipped_ + result_.Offset(); }
 
  private:
   template <class Stream>
@@ -93,6 +97,7 @@ class LimitedParse {
 
   const char* text_;
   unsigned int length_;
+  size_t skipped_ = 0;
   rapidjson::ParseResult result_;
 };
 
@@ -123,6 +128,21 @@ ZELJsonFactory& ZELJsonFactory::operator=(ZELJsonFactory&&) noexcept { return *t
 
 std::shared_ptr<ZELJson> ZELJsonFactory::ParseJsonString(const char* text, unsigned int length,
                                                          const ParseConfig* /*config*/) {
+  ParseError error;
+  std::shared_ptr<ZELJson> root = ParseJsonStringQuiet(text, length, &error);
+  if (error.code == ParseError::kScalarRoot) {
+    std::printf("Only allow array and object\n");
+  } else if (error.code != 0) {
+    std::printf("Parse json error. code=%d\n", error.code);
+  }
+  return root;
+}
+
+std::shared_ptr<ZELJson> ZELJsonFactory::ParseJsonStringQuiet(const char* text, unsigned int length,
+                                                              ParseError* error) {
+  ParseError local;
+  ParseError& result = error != nullptr ? *error : local;
+  result = ParseError();
   auto document = std::make_unique<rapidjson::Document>();
   if (text == nullptr || text[0] == '\0' || length == 0) {
     document->SetObject();
@@ -131,11 +151,12 @@ std::shared_ptr<ZELJson> ZELJsonFactory::ParseJsonString(const char* text, unsig
   LimitedParse parse(text, length);
   document->Populate(parse);
   if (parse.Result().IsError()) {
-    std::printf("Parse json error. code=%d\n", static_cast<int>(parse.Result().Code()));
+    result.code = static_cast<int>(parse.Result().Code());
+    result.offset = parse.ErrorOffset();
     return nullptr;
   }
   if (!document->IsArray() && !document->IsObject()) {
-    std::printf("Only allow array and object\n");
+    result.code = ParseError::kScalarRoot;
     return nullptr;
   }
   return std::make_shared<RapidjsonWrapper>(std::move(document));

@@ -131,6 +131,62 @@ TEST(ZELJsonFactoryTest, LengthNulAndByteOrderMark) {
   EXPECT_TRUE(ZELJsonFactory::ParseJsonString("[]", kNoLimit, &parseConfig));
 }
 
+ZELJsonFactory::ParseError QuietError(const std::string& text, unsigned int length) {
+  ZELJsonFactory::ParseError error;
+  testing::internal::CaptureStdout();
+  EXPECT_FALSE(ZELJsonFactory::ParseJsonStringQuiet(text.c_str(), length, &error)) << text.substr(0, 16);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "") << text.substr(0, 16);
+  return error;
+}
+
+TEST(ZELJsonFactoryTest, QuietParseNamesTheReasonAndWhere) {
+  const struct {
+    std::string text;
+    int code;
+    size_t offset;
+  } cases[] = {
+      {" ", 1, 1},
+      {"{\"a\":1} x", 2, 8},
+      {"[1,]", 3, 3},
+      {"[1", 7, 2},
+      {"[\"\\x\"]", 10, 2},
+      {"\xEF\xBB\xBF[1,]", 3, 6},  // the mark counts towards the offset
+      {"\xEF\xBB\xBF", 1, 3},
+      {"5", ZELJsonFactory::ParseError::kScalarRoot, 0},
+      {" \"a\" ", ZELJsonFactory::ParseError::kScalarRoot, 0},
+      {Nested(1001, "[", "", "]"), 16, 1001},  // just past the bracket that goes too deep
+  };
+  for (const auto& c : cases) {
+    // Up to the NUL and with an exact length the answer is the same.
+    for (const unsigned int length : {kNoLimit, static_cast<unsigned int>(c.text.size())}) {
+      const ZELJsonFactory::ParseError error = QuietError(c.text, length);
+      const std::string shown = c.text.substr(0, 16) + " length " + std::to_string(length);
+      EXPECT_EQ(error.code, c.code) << shown;
+      EXPECT_EQ(error.offset, c.offset) << shown;
+    }
+  }
+  // A length that cuts the text short stops the reader at the cut.
+  const ZELJsonFactory::ParseError cut = QuietError("[1,2]", 3);
+  EXPECT_EQ(cut.code, 3);
+  EXPECT_EQ(cut.offset, 3u);
+
+  // Success clears what an earlier refusal left behind; empty input is an empty object.
+  ZELJsonFactory::ParseError error{7, 99};
+  testing::internal::CaptureStdout();
+  auto root = ZELJsonFactory::ParseJsonStringQuiet("{\"k\":[true]}", kNoLimit, &error);
+  auto empty = ZELJsonFactory::ParseJsonStringQuiet(nullptr, 0, nullptr);
+  auto refused = ZELJsonFactory::ParseJsonStringQuiet("[", kNoLimit, nullptr);  // no error wanted
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  ASSERT_TRUE(root);
+  EXPECT_EQ(Build(root), "{\"k\":[true]}");
+  EXPECT_EQ(error.code, 0);
+  EXPECT_EQ(error.offset, 0u);
+  ASSERT_TRUE(empty);
+  EXPECT_EQ(empty->GetType(), ZELJsonObject);
+  EXPECT_EQ(empty->GetSize(), 0);
+  EXPECT_FALSE(refused);
+}
+
 TEST(ZELJsonFactoryTest, NestingLimitRefusesWithoutOverflowing) {
   for (const std::string& deepest : {Nested(1000, "[", "1", "]"), Nested(1000, "{\"k\":", "0", "}")}) {
     const ParseOutcome outcome = ParseCapturing(deepest.c_str());
@@ -255,6 +311,48 @@ TEST(ZELJsonFactoryTest, AgreesWithPeerOnTheJsonTestSuite) {
     }
   }
   EXPECT_GT(checked, 300);
+}
+
+// The quiet parse must decide every corpus file as the printing one does, with the printed code
+// and the peer's offset, and print nothing itself.
+TEST(ZELJsonFactoryTest, QuietParseMatchesThePrintingOneOnTheJsonTestSuite) {
+  const std::filesystem::path folder =
+      std::filesystem::path(ZEL_TESTDATA_DIR) / "JSONTestSuite" / "test_parsing";
+  if (!std::filesystem::is_directory(folder)) GTEST_SKIP() << "no peer corpus at " << folder;
+
+  int checked = 0, refused = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    if (entry.path().extension() != ".json") continue;
+    std::ifstream file(entry.path(), std::ios::binary);
+    const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    const std::string name = entry.path().filename().string();
+    const auto length = static_cast<unsigned int>(bytes.size());
+    const ParseOutcome loud = ParseCapturing(bytes.data(), length);
+
+    ZELJsonFactory::ParseError error{12345, 12345};
+    testing::internal::CaptureStdout();
+    const auto quiet = ZELJsonFactory::ParseJsonStringQuiet(bytes.data(), length, &error);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "") << name;
+    ++checked;
+
+    ASSERT_EQ(static_cast<bool>(quiet), static_cast<bool>(loud.node)) << name;
+    if (quiet) {
+      EXPECT_EQ(error.code, 0) << name;
+      EXPECT_EQ(Build(quiet), Build(loud.node)) << name;
+      continue;
+    }
+    ++refused;
+    EXPECT_EQ(loud.printed, error.code == ZELJsonFactory::ParseError::kScalarRoot ? kScalarLine
+                                                                                   : ErrorLine(error.code))
+        << name;
+    if (error.code > 0 && NestingDepth(bytes) <= 1000) {
+      rapidjson::Document peer;
+      peer.Parse(bytes.data(), bytes.size());
+      EXPECT_EQ(error.offset, peer.GetErrorOffset()) << name;
+    }
+  }
+  EXPECT_GT(checked, 300);
+  EXPECT_GT(refused, 100);
 }
 
 }  // namespace

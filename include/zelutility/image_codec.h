@@ -16,6 +16,8 @@
 // turns for their palette step only, since giflib's quantizer is not reentrant. An LXImageProcess
 // is for one thread at a time.
 
+#include <cstddef>
+
 #include <mrlbase/enums.h>
 #include <zelutility/export.h>
 
@@ -29,6 +31,15 @@ class IMRL_StreamWrite;
 // Decoding fails for a damaged file and for one that would take more than 1 GiB beyond the bitmap.
 // The picture comes the way up its file says (TIFF Orientation, JPEG Exif orientation applied).
 ZEL_API CCA_Dib* ImageDecode(IMRL_StreamRead* stream);
+
+// ImageDecode of the file at the UTF-8 path, read straight from disk. Null for a null or empty
+// path, a file that cannot be opened (a folder included) or is empty, and whatever ImageDecode
+// refuses.
+ZEL_API CCA_Dib* ImageDecodeFile(const char* utf8Path);
+
+// ImageDecode of `size` bytes at `data`, which are copied first and stay the caller's. Null for
+// null data, size 0, and whatever ImageDecode refuses.
+ZEL_API CCA_Dib* ImageDecodeBytes(const void* data, size_t size);
 
 // Encodes `dib` as `format` into `stream` with the factory's encoder, handing it `first` as the
 // quality (JPEG and JPEG 2000 1..100, PNG level 0..9) and `second`, `third` as the horizontal and

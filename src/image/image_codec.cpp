@@ -2,6 +2,7 @@
 
 #include <mrlbase/codec.h>
 #include <mrlbase/dib.h>
+#include <mrlbase/stream.h>
 
 #include <memory>
 #include <string>
@@ -14,6 +15,19 @@ CCA_Dib* ImageDecode(IMRL_StreamRead* stream) {
   if (!decoder) return nullptr;
   if (decoder->SetStream(stream, 1) == 0) return nullptr;
   return decoder->Decode(0, 0, 0);   // the bitmap outlives the decoder
+}
+
+CCA_Dib* ImageDecodeFile(const char* utf8Path) {
+  if (utf8Path == nullptr || utf8Path[0] == '\0') return nullptr;
+  std::unique_ptr<CMRL_FileStream> file = CMRL_FileStream::Open(utf8Path, false);
+  if (!file || file->GetSize() == 0) return nullptr;
+  return ImageDecode(file.get());
+}
+
+CCA_Dib* ImageDecodeBytes(const void* data, size_t size) {
+  if (data == nullptr || size == 0) return nullptr;
+  CMRL_MemoryStream bytes(data, size);
+  return ImageDecode(&bytes);
 }
 
 int ImageEncode(CCA_Dib* dib, CA_ImageFormat format, IMRL_StreamWrite* stream, int first, int second, int third) {

@@ -6,6 +6,10 @@
 #include <mrlbase/stream.h>
 
 #include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -156,6 +160,101 @@ TEST(ImageCodec, RealCodersRoundTripThroughAFile) {
   EXPECT_EQ(none.GetSize(), 0u);
   EXPECT_EQ(ImageDecode(&none), nullptr);
   EXPECT_EQ(ImageDecode(nullptr), nullptr);
+}
+
+std::string PilFixture(const char* name) {
+  return std::string(ZEL_SOURCE_DIR) + "/mrlbase/src/codec/testdata/pil/" + name;
+}
+
+std::string ReadAll(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return std::string((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+}
+
+// Both null, or the same size, layout, palette and pixel bytes.
+testing::AssertionResult SameDib(const CCA_Dib* a, const CCA_Dib* b) {
+  if (a == nullptr || b == nullptr) {
+    if (a == b) return testing::AssertionSuccess();
+    return testing::AssertionFailure() << (a ? "second" : "first") << " is null";
+  }
+  if (a->GetWidth() != b->GetWidth() || a->GetHeight() != b->GetHeight() || a->GetFormat() != b->GetFormat()) {
+    return testing::AssertionFailure() << a->GetWidth() << "x" << a->GetHeight() << " format " << a->GetFormat()
+                                       << " against " << b->GetWidth() << "x" << b->GetHeight() << " format "
+                                       << b->GetFormat();
+  }
+  if (a->GetPaletteSize() != b->GetPaletteSize() ||
+      (a->GetPaletteSize() > 0 &&
+       std::memcmp(a->GetPaletteData(), b->GetPaletteData(), a->GetPaletteSize() * sizeof(unsigned)) != 0)) {
+    return testing::AssertionFailure() << "palettes differ";
+  }
+  const size_t rowBytes = (static_cast<size_t>(a->GetWidth()) * a->GetBPP() + 7) / 8;
+  for (int y = 0; y < a->GetHeight(); ++y) {
+    if (std::memcmp(a->GetScanline(y), b->GetScanline(y), rowBytes) != 0) {
+      return testing::AssertionFailure() << "row " << y << " differs";
+    }
+  }
+  return testing::AssertionSuccess();
+}
+
+TEST(ImageCodec, DecodeFromAPathOrBytesMatchesDecodingAStream) {
+  int compared = 0;
+  for (const char* name : {"palette_trns.png", "gray16.png", "baseline.jpg", "progressive.jpg", "lzw.tif",
+                           "group4.tif", "multipage.tif", "palette8.bmp", "rgba32.bmp", "transparent.gif",
+                           "lossless.jp2"}) {
+    const std::string path = PilFixture(name);
+    auto stream = CMRL_FileStream::Open(path.c_str(), false);
+    ASSERT_NE(stream, nullptr) << name;
+    std::unique_ptr<CCA_Dib> expected(ImageDecode(stream.get()));
+    ASSERT_NE(expected, nullptr) << name;   // every fixture decodes, so equality below means something
+
+    std::unique_ptr<CCA_Dib> fromPath(ImageDecodeFile(path.c_str()));
+    EXPECT_TRUE(SameDib(fromPath.get(), expected.get())) << name;
+    const std::string bytes = ReadAll(path);
+    std::unique_ptr<CCA_Dib> fromBytes(ImageDecodeBytes(bytes.data(), bytes.size()));
+    EXPECT_TRUE(SameDib(fromBytes.get(), expected.get())) << name;
+
+    // A file cut in half is damaged: whatever the stream decode makes of it, so do the others.
+    const std::string half = bytes.substr(0, bytes.size() / 2);
+    CMRL_MemoryStream halfStream(half.data(), half.size());
+    std::unique_ptr<CCA_Dib> halfExpected(ImageDecode(&halfStream));
+    std::unique_ptr<CCA_Dib> halfBytes(ImageDecodeBytes(half.data(), half.size()));
+    EXPECT_TRUE(SameDib(halfBytes.get(), halfExpected.get())) << name << " cut";
+    ++compared;
+  }
+  EXPECT_EQ(compared, 11);
+
+  // A UTF-8 path outside ASCII.
+  const std::string copy = testing::TempDir() + "image_codec_test_\xC3\xA9t\xC3\xA9.png";
+  {
+    std::ofstream out(copy, std::ios::binary);
+    out << ReadAll(PilFixture("palette_trns.png"));
+  }
+  std::unique_ptr<CCA_Dib> fromCopy(ImageDecodeFile(copy.c_str()));
+  std::remove(copy.c_str());
+  ASSERT_NE(fromCopy, nullptr);
+  EXPECT_EQ(fromCopy->GetWidth(), 17);
+  EXPECT_EQ(fromCopy->GetHeight(), 13);
+}
+
+TEST(ImageCodec, DecodeFromAPathOrBytesRefusesNothingToRead) {
+  EXPECT_EQ(ImageDecodeFile(nullptr), nullptr);
+  EXPECT_EQ(ImageDecodeFile(""), nullptr);
+  EXPECT_EQ(ImageDecodeFile(PilFixture("no_such_file.png").c_str()), nullptr);
+  EXPECT_EQ(ImageDecodeFile(testing::TempDir().c_str()), nullptr);   // a folder
+  EXPECT_EQ(ImageDecodeFile(PilFixture("make_fixtures.py").c_str()), nullptr);   // not an image
+
+  const std::string empty = testing::TempDir() + "image_codec_test_empty.png";
+  { std::ofstream out(empty, std::ios::binary); }
+  EXPECT_EQ(ImageDecodeFile(empty.c_str()), nullptr);
+  std::remove(empty.c_str());
+
+  const std::string png = ReadAll(PilFixture("palette_trns.png"));
+  ASSERT_FALSE(png.empty());
+  EXPECT_EQ(ImageDecodeBytes(nullptr, 0), nullptr);
+  EXPECT_EQ(ImageDecodeBytes(nullptr, png.size()), nullptr);
+  EXPECT_EQ(ImageDecodeBytes(png.data(), 0), nullptr);
+  EXPECT_EQ(ImageDecodeBytes(png.data(), 8), nullptr);   // the signature alone
+  EXPECT_EQ(ImageDecodeBytes("hello", 5), nullptr);
 }
 
 TEST(ImageProcess, FixedResultsLeaveEverythingAlone) {

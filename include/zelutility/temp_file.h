@@ -74,4 +74,53 @@ class ZEL_API TempFile {
   std::string m_filePath;
 };
 
+// Creates a new, empty file that no other thread or process can have made under the same name:
+// `directory` (null: TempFile::getSystemTempDir(); a missing closing separator is added) followed
+// by [prefix "_"] process id "_" twelve random letters and digits ["." extension]. The file is
+// readable and writable by its owner only, and its descriptor is not inherited by started
+// programs. A taken name is retried with new letters a bounded number of times.
+// Answers an open read/write descriptor that the caller closes, and sets `path`; answers -1 with
+// `path` empty when the file cannot be made (missing or unwritable folder, an empty `directory`, a
+// prefix or extension holding a separator). Null or empty prefix and extension are left out.
+// Threads: every call at once; the random letters come from a generator of the call's own,
+// seeded from the system's entropy, so the C runtime's rand() is neither read nor moved.
+ZEL_API int CreateUniqueTempFile(const char* directory, const char* prefix, const char* extension, std::string& path);
+
+// A file made by CreateUniqueTempFile, owned with its descriptor: both are closed and removed
+// when the object ends. An object whose creation failed is invalid (descriptor -1, path "").
+//
+//   UniqueTempFile temp(nullptr, "scan", "png");
+//   if (temp.valid()) write(temp.descriptor(), bytes, size);   // removed when `temp` ends
+//
+// Threads: objects are independent; one object is for one thread at a time.
+class ZEL_API UniqueTempFile {
+ public:
+  // Makes the file as CreateUniqueTempFile does with the same arguments.
+  UniqueTempFile(const char* directory, const char* prefix, const char* extension);
+  // Takes the file over; `other` is left invalid and removes nothing.
+  UniqueTempFile(UniqueTempFile&& other) noexcept;
+  // Removes this object's own file first, then takes over `other`'s.
+  UniqueTempFile& operator=(UniqueTempFile&& other) noexcept;
+  UniqueTempFile(const UniqueTempFile&) = delete;
+  UniqueTempFile& operator=(const UniqueTempFile&) = delete;
+  // Closes the descriptor and removes the file at path(), if any.
+  ~UniqueTempFile();
+
+  // Whether the file was made and is still owned.
+  bool valid() const noexcept;
+  // The open read/write descriptor; -1 when invalid. Do not close it: the object does.
+  int descriptor() const noexcept;
+  // The file's path in the local encoding; "" when invalid.
+  const std::string& path() const noexcept;
+  // Gives up ownership: closes the descriptor but keeps the file, and answers its path; the
+  // object becomes invalid.
+  std::string release();
+
+ private:
+  void reset() noexcept;
+
+  int m_descriptor = -1;
+  std::string m_path;
+};
+
 #endif  // ZELUTILITY_TEMP_FILE_H_

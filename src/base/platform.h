@@ -72,6 +72,14 @@ bool RemoveDirectory(const std::string& path);
 // caller made the file under this text); false when nothing was removed.
 bool RemoveFile(const char* path);
 
+// Creates the file at `path` only if no file or folder has that name yet, open for reading and
+// writing, readable and writable by its owner alone and not handed to started programs. Answers
+// the descriptor, or -1; `nameTaken` then tells whether the name already existed.
+int CreateNewFile(const char* path, bool& nameTaken) noexcept;
+
+// Closes a descriptor from CreateNewFile; a negative one is ignored.
+void CloseDescriptor(int descriptor) noexcept;
+
 // An open C stream that closes itself.
 struct FileCloser {
   void operator()(std::FILE* file) const noexcept { std::fclose(file); }

@@ -2,6 +2,7 @@
 // the POSIX file calls.
 #include "base/platform.h"
 
+#include <fcntl.h>
 #include <link.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -164,6 +165,23 @@ bool RemoveDirectory(const std::string& path) {
 // unlink, not remove: the C library's remove also takes away an empty folder, which a temporary
 // file name that came out as its bare folder must never do.
 bool RemoveFile(const char* path) { return path != nullptr && ::unlink(path) == 0; }
+
+int CreateNewFile(const char* path, bool& nameTaken) noexcept {
+  nameTaken = false;
+  if (path == nullptr) return -1;
+  for (;;) {
+    const int descriptor = ::open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (descriptor >= 0) return descriptor;
+    if (errno == EINTR) continue;
+    nameTaken = errno == EEXIST;
+    return -1;
+  }
+}
+
+void CloseDescriptor(int descriptor) noexcept {
+  // After an interrupted close the descriptor is already gone on Linux: never close it twice.
+  if (descriptor >= 0) ::close(descriptor);
+}
 
 FilePtr OpenFile(const char* path, const char* mode) {
   if (path == nullptr || mode == nullptr) return nullptr;

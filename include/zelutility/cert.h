@@ -14,7 +14,8 @@
 //   }
 //
 // The one exception thrown is std::out_of_range("invalid string position"), for a validity time
-// too short to be read; everything else answers false or a small code.
+// too short to be read (ParsePublicKeyCerts skips such a certificate instead); everything else
+// answers false or a small code.
 //
 // Threads: calls run at once, also on the same input bytes; a CertInfo is for one thread at a time
 // while it is being filled. Every OpenSSL object lives inside one call, except the private library

@@ -14,12 +14,16 @@
 //   }
 //
 // The one exception thrown is std::out_of_range("invalid string position"), for a validity time
-// too short to be read; everything else answers false or a small code.
+// too short to be read (ParsePublicKeyCerts skips such a certificate instead); everything else
+// answers false or a small code.
 //
 // Threads: calls run at once, also on the same input bytes; a CertInfo is for one thread at a time
 // while it is being filled. Every OpenSSL object lives inside one call, except the private library
 // context that opens PKCS#12 containers: it is built once, on the first such call, and then shared,
 // which OpenSSL allows. The process's own OpenSSL setup is never touched.
+
+#include <ctime>
+#include <vector>
 
 #include <mrlbase/byte_string.h>
 #include <mrlbase/wide_string.h>
@@ -87,6 +91,18 @@ struct ZEL_API CertInfo {
 // stored is read. False, with `info` untouched, for empty input or input of none of the forms.
 // Throws std::out_of_range("invalid string position") on a validity time too short to read.
 ZEL_API bool ParsePublicKeyCert(const CMRL_ByteString& cert, CertInfo& info);
+
+// Reads every certificate in `certs` and appends one record each to `infos`, filled as
+// ParsePublicKeyCert fills a fresh record: a DER certificate; all CERTIFICATE blocks of a PEM text
+// in order (up to the first that does not decode); or all certificates of a PKCS#7 list, as stored.
+// Answers the number appended, 0 when none. Never throws for a time text: a certificate whose
+// validity is too short to read is skipped, so records and positions in the input may differ.
+ZEL_API int ParsePublicKeyCerts(const CMRL_ByteString& certs, std::vector<CertInfo>& infos);
+
+// The validity of the certificate ParsePublicKeyCert would read from `cert`, as seconds since
+// 1970 in UTC (RFC 5280 years: UTCTime 50-99 is 1950-1999, unlike the record's text).
+// False, both untouched, when there is no certificate or either time cannot be read or held.
+ZEL_API bool GetCertValidity(const CMRL_ByteString& cert, time_t& notBefore, time_t& notAfter);
 
 // Opens the PKCS#12 container `pkcs12` with `password` (its bytes, "" for none; the legacy
 // algorithms RC2-40 and 3DES are read too) and reads its certificate into `info`.

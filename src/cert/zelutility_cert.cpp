@@ -15,12 +15,17 @@
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
+#include <limits>
 #include <fstream>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <mrlbase/byte_string_converter.h>
 
@@ -512,6 +517,131 @@ bool ParsePublicKeyCert(const CMRL_ByteString& cert, CertInfo& info) {
   if (certs == nullptr || sk_X509_num(certs) <= 0) return false;
   // The first certificate as stored; the list, not we, owns it.
   return FillCertInfo(sk_X509_value(certs, 0), info);
+}
+
+namespace {
+
+// Every certificate the bytes hold, owned, found as ParsePublicKeyCert looks for the first one:
+// one DER certificate; else every CERTIFICATE block of a PEM text in order, up to the first
+// block that does not decode; else every certificate of a PKCS#7 list, PEM or DER, as stored.
+// `firstOnly` stops at one.
+std::vector<X509Ptr> CollectCertificates(const CMRL_ByteString& input, bool firstOnly) {
+  std::vector<X509Ptr> found;
+  const int length = input.GetLength();
+  if (length <= 0) return found;
+  const auto* bytes = reinterpret_cast<const unsigned char*>(input.c_str());
+
+  const unsigned char* cursor = bytes;
+  if (X509Ptr x509{d2i_X509(nullptr, &cursor, length)}) {
+    found.push_back(std::move(x509));
+    return found;
+  }
+
+  {
+    BioPtr bio(BIO_new_mem_buf(bytes, length));
+    if (!bio) return found;
+    // Blocks of other kinds (keys, PKCS#7) are passed over by the PEM reader itself.
+    while (X509Ptr x509{PEM_read_bio_X509(bio.get(), nullptr, RefusePemPassword, nullptr)}) {
+      found.push_back(std::move(x509));
+      if (firstOnly) break;
+    }
+  }
+  if (!found.empty()) return found;
+
+  Pkcs7Ptr pkcs7;
+  {
+    BioPtr bio(BIO_new_mem_buf(bytes, length));
+    if (!bio) return found;
+    pkcs7.reset(PEM_read_bio_PKCS7(bio.get(), nullptr, RefusePemPassword, nullptr));
+    if (!pkcs7) {
+      bio.reset(BIO_new_mem_buf(bytes, length));
+      if (!bio) return found;
+      pkcs7.reset(d2i_PKCS7_bio(bio.get(), nullptr));
+    }
+  }
+  if (!pkcs7) return found;
+
+  STACK_OF(X509)* certs = nullptr;
+  switch (OBJ_obj2nid(pkcs7->type)) {
+    case NID_pkcs7_signed:
+      if (pkcs7->d.sign != nullptr) certs = pkcs7->d.sign->cert;
+      break;
+    case NID_pkcs7_signedAndEnveloped:
+      if (pkcs7->d.signed_and_enveloped != nullptr) certs = pkcs7->d.signed_and_enveloped->cert;
+      break;
+    default:
+      break;
+  }
+  const int count = certs != nullptr ? sk_X509_num(certs) : 0;
+  for (int i = 0; i < count; ++i) {
+    // The list owns its certificates; each one found gets a reference of its own.
+    X509* cert = sk_X509_value(certs, i);
+    if (cert == nullptr || X509_up_ref(cert) != 1) continue;
+    found.push_back(X509Ptr(cert));
+    if (firstOnly) break;
+  }
+  return found;
+}
+
+// Days from 1970-01-01 to a proleptic Gregorian date; negative before it.
+constexpr std::int64_t DaysFromCivil(std::int64_t year, unsigned month, unsigned day) noexcept {
+  year -= month <= 2 ? 1 : 0;
+  const std::int64_t era = (year >= 0 ? year : year - 399) / 400;
+  const std::int64_t yearOfEra = year - era * 400;
+  const std::int64_t dayOfYear = (153 * (month > 2 ? month - 3 : month + 9) + 2) / 5 + day - 1;
+  const std::int64_t dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
+  return era * 146097 + dayOfEra - 719468;
+}
+static_assert(DaysFromCivil(1970, 1, 1) == 0, "epoch");
+static_assert(DaysFromCivil(2000, 3, 1) == 11017, "after a leap day of a 400-year");
+
+// A validity time as seconds since the epoch, UTC. Counted by hand instead of timegm, whose -1
+// is both an error and 1969-12-31 23:59:59. False for an unreadable time or one beyond time_t.
+bool CertTimeToEpoch(const ASN1_TIME* time, time_t& seconds) {
+  if (time == nullptr) return false;  // a null time would make OpenSSL read the clock
+  std::tm fields{};
+  if (ASN1_TIME_to_tm(time, &fields) != 1) return false;
+  const std::int64_t days = DaysFromCivil(static_cast<std::int64_t>(fields.tm_year) + 1900,
+                                          static_cast<unsigned>(fields.tm_mon + 1),
+                                          static_cast<unsigned>(fields.tm_mday));
+  const std::int64_t total = days * 86400 + fields.tm_hour * 3600 + fields.tm_min * 60 + fields.tm_sec;
+  if (total < static_cast<std::int64_t>(std::numeric_limits<time_t>::min()) ||
+      total > static_cast<std::int64_t>(std::numeric_limits<time_t>::max())) {
+    return false;
+  }
+  seconds = static_cast<time_t>(total);
+  return true;
+}
+
+}  // namespace
+
+int ParsePublicKeyCerts(const CMRL_ByteString& certs, std::vector<CertInfo>& infos) {
+  std::vector<CertInfo> read;
+  for (const X509Ptr& cert : CollectCertificates(certs, false)) {
+    CertInfo info;
+    try {
+      FillCertInfo(cert.get(), info);
+    } catch (const std::out_of_range&) {
+      continue;  // a validity text too short to read: this certificate has no record
+    }
+    read.push_back(std::move(info));
+  }
+  infos.insert(infos.end(), read.begin(), read.end());
+  return static_cast<int>(read.size());
+}
+
+bool GetCertValidity(const CMRL_ByteString& cert, time_t& notBefore, time_t& notAfter) {
+  const std::vector<X509Ptr> found = CollectCertificates(cert, true);
+  if (found.empty()) return false;
+  time_t before = 0;
+  time_t after = 0;
+  if (!CertTimeToEpoch(X509_get0_notBefore(found.front().get()), before) ||
+      !CertTimeToEpoch(X509_get0_notAfter(found.front().get()), after)) {
+    return false;
+  }
+  notBefore = before;
+  notAfter = after;
+  return true;
 }
 
 // ---------------------------------------------------------------------------------------------

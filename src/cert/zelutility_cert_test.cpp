@@ -5,11 +5,14 @@
 #include <openssl/bn.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
+#include <openssl/pkcs7.h>
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
 #include <dirent.h>
 
+#include <cstdint>
+#include <ctime>
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -82,6 +85,73 @@ GENERAL_NAME* UriName(const std::string& bytes) {
   GENERAL_NAME* name = GENERAL_NAME_new();
   GENERAL_NAME_set0_value(name, GEN_URI, text);
   return name;
+}
+
+using BioPtr = std::unique_ptr<BIO, int (*)(BIO*)>;
+
+BioPtr MemoryBio(const std::string& bytes) {
+  return BioPtr(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())), BIO_free);
+}
+
+// The DER of every certificate in a PEM text or a PKCS#7 list, taken with libcrypto alone.
+std::vector<CMRL_ByteString> LibcryptoDers(const std::string& bytes) {
+  std::vector<CMRL_ByteString> ders;
+  const unsigned char* cursor = reinterpret_cast<const unsigned char*>(bytes.data());
+  if (X509Ptr one{d2i_X509(nullptr, &cursor, static_cast<long>(bytes.size())), X509_free}) {
+    return {Der(one.get())};
+  }
+  BioPtr pem = MemoryBio(bytes);
+  while (X509* raw = PEM_read_bio_X509(pem.get(), nullptr, nullptr, nullptr)) {
+    X509Ptr cert(raw, X509_free);
+    ders.push_back(Der(cert.get()));
+  }
+  if (!ders.empty()) return ders;
+  std::unique_ptr<PKCS7, void (*)(PKCS7*)> p7(PEM_read_bio_PKCS7(MemoryBio(bytes).get(), nullptr, nullptr, nullptr),
+                                              PKCS7_free);
+  if (!p7) p7.reset(d2i_PKCS7_bio(MemoryBio(bytes).get(), nullptr));
+  if (!p7 || !PKCS7_type_is_signed(p7.get())) return ders;
+  for (int i = 0; i < sk_X509_num(p7->d.sign->cert); ++i) ders.push_back(Der(sk_X509_value(p7->d.sign->cert, i)));
+  return ders;
+}
+
+std::string PemOf(const CMRL_ByteString& der) {
+  const unsigned char* cursor = reinterpret_cast<const unsigned char*>(der.c_str());
+  X509Ptr cert(d2i_X509(nullptr, &cursor, der.GetLength()), X509_free);
+  BioPtr out(BIO_new(BIO_s_mem()), BIO_free);
+  PEM_write_bio_X509(out.get(), cert.get());
+  char* text = nullptr;
+  const long length = BIO_get_mem_data(out.get(), &text);
+  return std::string(text, static_cast<size_t>(length));
+}
+
+std::vector<std::string> MembersOfEach(const std::vector<CertInfo>& infos) {
+  std::vector<std::string> all;
+  for (const CertInfo& info : infos) {
+    for (std::string& m : Members(info)) all.push_back(std::move(m));
+  }
+  return all;
+}
+
+// The record's display form of a UTC instant: eight hours ahead.
+std::string EightHoursAhead(time_t utc) {
+  const time_t shifted = utc + 8 * 3600;
+  std::tm t{};
+  gmtime_r(&shifted, &t);
+  char text[64];
+  std::snprintf(text, sizeof(text), "%d/%02d/%02d %02d:%02d:%02d", t.tm_year + 1900, t.tm_mon + 1, t.tm_mday,
+                t.tm_hour, t.tm_min, t.tm_sec);
+  return text;
+}
+
+time_t UtcOf(int year, int month, int day, int hour, int minute, int second) {
+  std::tm t{};
+  t.tm_year = year - 1900;
+  t.tm_mon = month - 1;
+  t.tm_mday = day;
+  t.tm_hour = hour;
+  t.tm_min = minute;
+  t.tm_sec = second;
+  return timegm(&t);
 }
 
 const char kRootAiaIssuers[] =
@@ -368,4 +438,172 @@ TEST(CertRead, SystemCaCertificatesReadAlikeInDerAndPem) {
     ++read;
   }
   if (read == 0) GTEST_SKIP() << "no PEM certificates in " << folder;
+}
+
+TEST(CertBundle, EveryCertificateAsItsOwnReadingWouldGiveIt) {
+  const std::pair<const char*, size_t> fixtures[] = {
+      {"chain.pem", 3}, {"chain3.p7b", 3}, {"chain3.p7b.der", 3}, {"root.p7b", 1},
+      {"root.p7b.der", 1}, {"leaf.der", 1}, {"leaf.pem", 1}, {"sm2.pem", 1},
+  };
+  for (const auto& [name, count] : fixtures) {
+    const CMRL_ByteString bytes = CertFixture(name);
+    const std::vector<CMRL_ByteString> ders = LibcryptoDers(Str(bytes));
+    ASSERT_EQ(ders.size(), count) << name;
+    std::vector<CertInfo> infos;
+    EXPECT_EQ(ParsePublicKeyCerts(bytes, infos), static_cast<int>(count)) << name;
+    ASSERT_EQ(infos.size(), count) << name;
+    for (size_t i = 0; i < count; ++i) {
+      CertInfo alone;
+      ASSERT_TRUE(ParsePublicKeyCert(ders[i], alone)) << name << " #" << i;
+      EXPECT_EQ(Members(infos[i]), Members(alone)) << name << " #" << i;
+    }
+  }
+  // Stored order: leaf, root, EC, checked against the single-certificate files.
+  for (const char* name : {"chain.pem", "chain3.p7b.der"}) {
+    std::vector<CertInfo> infos;
+    ASSERT_EQ(ParsePublicKeyCerts(CertFixture(name), infos), 3);
+    const char* order[] = {"leaf.der", "root.der", "ec.der"};
+    for (int i = 0; i < 3; ++i) {
+      EXPECT_EQ(Str(infos[i].thumbprint), Sha1Hex(ReadFileBytes(CertFixturePath(order[i])))) << name << " #" << i;
+    }
+  }
+}
+
+TEST(CertBundle, AppendsAfterWhatTheListHolds) {
+  std::vector<CertInfo> infos = {kMarks};
+  ASSERT_EQ(ParsePublicKeyCerts(CertFixture("chain3.p7b"), infos), 3);
+  ASSERT_EQ(infos.size(), 4u);
+  EXPECT_EQ(Members(infos[0]), Members(kMarks));
+  EXPECT_EQ(Members(infos[1]), Members(Read("leaf.der")));
+  ASSERT_EQ(ParsePublicKeyCerts(CertFixture("root.der"), infos), 1);
+  ASSERT_EQ(infos.size(), 5u);
+  EXPECT_EQ(Members(infos[4]), Members(Read("root.der")));
+
+  // Nothing to read: 0 and the list as it was.
+  const std::string pem = ReadFileBytes(CertFixturePath("root.pem"));
+  for (const std::string& input :
+       {std::string(), std::string("just some text"), pem.substr(0, pem.size() / 2),
+        ReadFileBytes(CertFixturePath("empty_signed.p7b")), ReadFileBytes(CertFixturePath("empty_signed.p7b.der")),
+        ReadFileBytes(CertFixturePath("leaf.p12"))}) {
+    std::vector<CertInfo> untouched = {kMarks};
+    EXPECT_EQ(ParsePublicKeyCerts(Bytes(input), untouched), 0) << input.size();
+    ASSERT_EQ(untouched.size(), 1u);
+    EXPECT_EQ(Members(untouched[0]), Members(kMarks));
+  }
+}
+
+TEST(CertBundle, PemBlocksOfOtherKindsAndADamagedBlock) {
+  const std::string leaf = ReadFileBytes(CertFixturePath("leaf.pem"));
+  const std::string ec = ReadFileBytes(CertFixturePath("ec.pem"));
+  const std::string p7 = ReadFileBytes(CertFixturePath("root.p7b"));
+
+  // A PKCS#7 block and loose text between certificates: only the CERTIFICATE blocks count.
+  std::vector<CertInfo> infos;
+  ASSERT_EQ(ParsePublicKeyCerts(Bytes("header line\n" + leaf + p7 + "words\n" + ec), infos), 2);
+  EXPECT_EQ(MembersOfEach(infos), MembersOfEach({Read("leaf.der"), Read("ec.der")}));
+
+  // A block whose content is no certificate ends the reading there.
+  const std::string broken = "-----BEGIN CERTIFICATE-----\nAAAAAAAA\n-----END CERTIFICATE-----\n";
+  infos.clear();
+  EXPECT_EQ(ParsePublicKeyCerts(Bytes(leaf + broken + ec), infos), 1);
+  EXPECT_EQ(MembersOfEach(infos), MembersOfEach({Read("leaf.der")}));
+}
+
+TEST(CertBundle, CertificateWithUnreadableTimeIsSkippedNotThrown) {
+  const CMRL_ByteString first = CertWithTimes("240309090500Z", V_ASN1_UTCTIME, "20991231235959Z",
+                                              V_ASN1_GENERALIZEDTIME);
+  const CMRL_ByteString bad = CertWithTimes("240309090500Z", V_ASN1_UTCTIME, "2403", V_ASN1_UTCTIME);
+  const CMRL_ByteString last = CertWithTimes("300101000000Z", V_ASN1_UTCTIME, "20500101000000Z",
+                                             V_ASN1_GENERALIZEDTIME);
+  CertInfo probe;
+  ASSERT_THROW(ParsePublicKeyCert(bad, probe), std::out_of_range);
+  CertInfo firstAlone, lastAlone;
+  ASSERT_TRUE(ParsePublicKeyCert(first, firstAlone));
+  ASSERT_TRUE(ParsePublicKeyCert(last, lastAlone));
+  const auto expected = MembersOfEach({firstAlone, lastAlone});
+
+  std::vector<CertInfo> infos;
+  ASSERT_NO_THROW(EXPECT_EQ(ParsePublicKeyCerts(Bytes(PemOf(first) + PemOf(bad) + PemOf(last)), infos), 2));
+  EXPECT_EQ(MembersOfEach(infos), expected);
+
+  // The same in a PKCS#7 list.
+  std::unique_ptr<PKCS7, void (*)(PKCS7*)> p7(PKCS7_new(), PKCS7_free);
+  ASSERT_EQ(PKCS7_set_type(p7.get(), NID_pkcs7_signed), 1);
+  ASSERT_EQ(PKCS7_content_new(p7.get(), NID_pkcs7_data), 1);
+  for (const CMRL_ByteString* der : {&first, &bad, &last}) {
+    const unsigned char* cursor = reinterpret_cast<const unsigned char*>(der->c_str());
+    X509Ptr cert(d2i_X509(nullptr, &cursor, der->GetLength()), X509_free);
+    ASSERT_EQ(PKCS7_add_certificate(p7.get(), cert.get()), 1);
+  }
+  unsigned char* raw = nullptr;
+  const int length = i2d_PKCS7(p7.get(), &raw);
+  ASSERT_GT(length, 0);
+  const CMRL_ByteString list(reinterpret_cast<const char*>(raw), length);
+  OPENSSL_free(raw);
+  infos.clear();
+  ASSERT_NO_THROW(EXPECT_EQ(ParsePublicKeyCerts(list, infos), 2));
+  EXPECT_EQ(MembersOfEach(infos), expected);
+
+  infos.clear();
+  ASSERT_NO_THROW(EXPECT_EQ(ParsePublicKeyCerts(bad, infos), 0));
+  EXPECT_TRUE(infos.empty());
+}
+
+TEST(CertValidity, UtcSecondsAgreeWithTheRecordText) {
+  for (const char* name : {"root.der", "root.pem", "leaf.der", "ec.der", "sm2.der", "v1.der", "odd.der", "chain.pem",
+                           "chain3.p7b", "chain3.p7b.der", "root.p7b.der"}) {
+    const CertInfo record = Read(name);
+    time_t notBefore = 0, notAfter = 0;
+    ASSERT_TRUE(GetCertValidity(CertFixture(name), notBefore, notAfter)) << name;
+    EXPECT_EQ(EightHoursAhead(notBefore), Str(record.notBefore)) << name;
+    EXPECT_EQ(EightHoursAhead(notAfter), Str(record.notAfter)) << name;
+  }
+  // UTCTime year 50 is 1950 in seconds; the record's text says 2050.
+  time_t notBefore = 0, notAfter = 0;
+  ASSERT_TRUE(GetCertValidity(CertFixture("leaf1950.der"), notBefore, notAfter));
+  EXPECT_EQ(notBefore, UtcOf(1950, 1, 1, 0, 0, 0));
+  EXPECT_EQ(Str(Read("leaf1950.der").notBefore), "2050/01/01 08:00:00");
+  EXPECT_EQ(EightHoursAhead(notAfter), Str(Read("leaf1950.der").notAfter));
+}
+
+TEST(CertValidity, FarDatesAndBothTimeTypes) {
+  if (sizeof(time_t) < 8) GTEST_SKIP() << "32-bit time_t";
+  struct Case {
+    const char* text;
+    int type;
+    time_t utc;
+  };
+  const Case cases[] = {
+      {"20380119031408Z", V_ASN1_GENERALIZEDTIME, static_cast<time_t>(INT64_C(1) << 31)},
+      {"20991231235959Z", V_ASN1_GENERALIZEDTIME, UtcOf(2099, 12, 31, 23, 59, 59)},
+      {"21000301000000Z", V_ASN1_GENERALIZEDTIME, UtcOf(2100, 3, 1, 0, 0, 0)},
+      {"99991231235959Z", V_ASN1_GENERALIZEDTIME, UtcOf(9999, 12, 31, 23, 59, 59)},
+      {"19691231235959Z", V_ASN1_GENERALIZEDTIME, -1},
+      {"19000101000000Z", V_ASN1_GENERALIZEDTIME, UtcOf(1900, 1, 1, 0, 0, 0)},
+      {"491231235959Z", V_ASN1_UTCTIME, UtcOf(2049, 12, 31, 23, 59, 59)},
+      {"500101000000Z", V_ASN1_UTCTIME, UtcOf(1950, 1, 1, 0, 0, 0)},
+      {"000229120000Z", V_ASN1_UTCTIME, UtcOf(2000, 2, 29, 12, 0, 0)},
+  };
+  for (const Case& c : cases) {
+    const CMRL_ByteString cert = CertWithTimes("240309090500Z", V_ASN1_UTCTIME, c.text, c.type);
+    time_t notBefore = 0, notAfter = 0;
+    ASSERT_TRUE(GetCertValidity(cert, notBefore, notAfter)) << c.text;
+    EXPECT_EQ(notBefore, UtcOf(2024, 3, 9, 9, 5, 0)) << c.text;
+    EXPECT_EQ(notAfter, c.utc) << c.text;
+  }
+}
+
+TEST(CertValidity, RefusalsLeaveBothTimesAlone) {
+  const std::vector<CMRL_ByteString> inputs = {
+      CMRL_ByteString(), Bytes("just some text"), CertFixture("empty_signed.p7b"), CertFixture("leaf.p12"),
+      CertWithTimes("240309090500Z", V_ASN1_UTCTIME, "2403", V_ASN1_UTCTIME),             // too short
+      CertWithTimes("241309090500Z", V_ASN1_UTCTIME, "250309090500Z", V_ASN1_UTCTIME),    // month 13
+      CertWithTimes("240309090500Z", V_ASN1_UTCTIME, "2025-03-09T09:05:00", V_ASN1_GENERALIZEDTIME),
+  };
+  for (size_t i = 0; i < inputs.size(); ++i) {
+    time_t notBefore = 111, notAfter = 222;
+    ASSERT_NO_THROW(EXPECT_FALSE(GetCertValidity(inputs[i], notBefore, notAfter)) << "input " << i);
+    EXPECT_EQ(notBefore, 111) << "input " << i;
+    EXPECT_EQ(notAfter, 222) << "input " << i;
+  }
 }

@@ -470,6 +470,29 @@ namespace {
 // reads outside data has no one to ask, so the answer is always "no password".
 int RefusePemPassword(char*, int, int, void*) { return -1; }
 
+// A PKCS#7 structure in PEM, else in DER; null when the bytes hold neither.
+Pkcs7Ptr ReadPkcs7(const unsigned char* bytes, int length) {
+  BioPtr bio(BIO_new_mem_buf(bytes, length));
+  if (!bio) return nullptr;
+  Pkcs7Ptr pkcs7(PEM_read_bio_PKCS7(bio.get(), nullptr, RefusePemPassword, nullptr));
+  if (pkcs7) return pkcs7;
+  bio.reset(BIO_new_mem_buf(bytes, length));
+  if (!bio) return nullptr;
+  return Pkcs7Ptr(d2i_PKCS7_bio(bio.get(), nullptr));
+}
+
+// The certificate list of signed or signed-and-enveloped data (owned by the structure), or null.
+STACK_OF(X509)* Pkcs7Certificates(const PKCS7& pkcs7) {
+  switch (OBJ_obj2nid(pkcs7.type)) {
+    case NID_pkcs7_signed:
+      return pkcs7.d.sign != nullptr ? pkcs7.d.sign->cert : nullptr;
+    case NID_pkcs7_signedAndEnveloped:
+      return pkcs7.d.signed_and_enveloped != nullptr ? pkcs7.d.signed_and_enveloped->cert : nullptr;
+    default:
+      return nullptr;
+  }
+}
+
 }  // namespace
 
 bool ParsePublicKeyCert(const CMRL_ByteString& cert, CertInfo& info) {
@@ -490,30 +513,9 @@ bool ParsePublicKeyCert(const CMRL_ByteString& cert, CertInfo& info) {
     }
   }
 
-  Pkcs7Ptr pkcs7;
-  {
-    BioPtr bio(BIO_new_mem_buf(bytes, length));
-    if (!bio) return false;
-    pkcs7.reset(PEM_read_bio_PKCS7(bio.get(), nullptr, RefusePemPassword, nullptr));
-    if (!pkcs7) {
-      bio.reset(BIO_new_mem_buf(bytes, length));
-      if (!bio) return false;
-      pkcs7.reset(d2i_PKCS7_bio(bio.get(), nullptr));
-    }
-  }
+  const Pkcs7Ptr pkcs7 = ReadPkcs7(bytes, length);
   if (!pkcs7) return false;
-
-  STACK_OF(X509)* certs = nullptr;
-  switch (OBJ_obj2nid(pkcs7->type)) {
-    case NID_pkcs7_signed:
-      if (pkcs7->d.sign != nullptr) certs = pkcs7->d.sign->cert;
-      break;
-    case NID_pkcs7_signedAndEnveloped:
-      if (pkcs7->d.signed_and_enveloped != nullptr) certs = pkcs7->d.signed_and_enveloped->cert;
-      break;
-    default:
-      break;
-  }
+  STACK_OF(X509)* certs = Pkcs7Certificates(*pkcs7);
   if (certs == nullptr || sk_X509_num(certs) <= 0) return false;
   // The first certificate as stored; the list, not we, owns it.
   return FillCertInfo(sk_X509_value(certs, 0), info);
@@ -548,30 +550,9 @@ std::vector<X509Ptr> CollectCertificates(const CMRL_ByteString& input, bool firs
   }
   if (!found.empty()) return found;
 
-  Pkcs7Ptr pkcs7;
-  {
-    BioPtr bio(BIO_new_mem_buf(bytes, length));
-    if (!bio) return found;
-    pkcs7.reset(PEM_read_bio_PKCS7(bio.get(), nullptr, RefusePemPassword, nullptr));
-    if (!pkcs7) {
-      bio.reset(BIO_new_mem_buf(bytes, length));
-      if (!bio) return found;
-      pkcs7.reset(d2i_PKCS7_bio(bio.get(), nullptr));
-    }
-  }
+  const Pkcs7Ptr pkcs7 = ReadPkcs7(bytes, length);
   if (!pkcs7) return found;
-
-  STACK_OF(X509)* certs = nullptr;
-  switch (OBJ_obj2nid(pkcs7->type)) {
-    case NID_pkcs7_signed:
-      if (pkcs7->d.sign != nullptr) certs = pkcs7->d.sign->cert;
-      break;
-    case NID_pkcs7_signedAndEnveloped:
-      if (pkcs7->d.signed_and_enveloped != nullptr) certs = pkcs7->d.signed_and_enveloped->cert;
-      break;
-    default:
-      break;
-  }
+  STACK_OF(X509)* certs = Pkcs7Certificates(*pkcs7);
   const int count = certs != nullptr ? sk_X509_num(certs) : 0;
   for (int i = 0; i < count; ++i) {
     // The list owns its certificates; each one found gets a reference of its own.

@@ -510,27 +510,33 @@ bool FixturesPresent() {
   return true;
 }
 
-TEST(ThreadStress, EveryFamilyFromEightThreadsGivesTheSingleThreadedResults) {
-  if (!FixturesPresent()) GTEST_SKIP() << "fixtures missing under " << ZEL_SOURCE_DIR;
-  DigitTable digits;
-  digits.Fill(std::time(nullptr) - 1, 600);
-  ScratchDirs scratch(kThreads + 1, digits);
-  ASSERT_TRUE(scratch.Ok());
-  const std::vector<std::string> expected = RunAllOnOneThread(scratch[kThreads]);
-  ExpectSameResults(RunAllOnEightThreads(scratch), expected);
+// The names TempFile may make in the next ten minutes, and a scratch folder for each thread plus
+// one for the reference.
+class ThreadStress : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!FixturesPresent()) GTEST_SKIP() << "fixtures missing under " << ZEL_SOURCE_DIR;
+    digits_.Fill(std::time(nullptr) - 1, 600);
+    scratch_ = std::make_unique<ScratchDirs>(kThreads + 1, digits_);
+    ASSERT_TRUE(scratch_->Ok());
+  }
+  std::vector<std::string> Reference() { return RunAllOnOneThread((*scratch_)[kThreads]); }
+
+  DigitTable digits_;
+  std::unique_ptr<ScratchDirs> scratch_;
+};
+
+TEST_F(ThreadStress, EveryFamilyFromEightThreadsGivesTheSingleThreadedResults) {
+  const std::vector<std::string> expected = Reference();
+  ExpectSameResults(RunAllOnEightThreads(*scratch_), expected);
 }
 
 // CTest runs each test in a process of its own: here the threads make the process's first calls
 // into fontconfig, OpenSSL and the codec context, which set themselves up lazily. The reference
 // comes afterwards.
-TEST(ThreadStress, FirstCallsFromEightThreadsAtOnceGiveTheSingleThreadedResults) {
-  if (!FixturesPresent()) GTEST_SKIP() << "fixtures missing under " << ZEL_SOURCE_DIR;
-  DigitTable digits;
-  digits.Fill(std::time(nullptr) - 1, 600);
-  ScratchDirs scratch(kThreads + 1, digits);
-  ASSERT_TRUE(scratch.Ok());
-  const ThreadResults results = RunAllOnEightThreads(scratch);
-  ExpectSameResults(results, RunAllOnOneThread(scratch[kThreads]));
+TEST_F(ThreadStress, FirstCallsFromEightThreadsAtOnceGiveTheSingleThreadedResults) {
+  const ThreadResults results = RunAllOnEightThreads(*scratch_);
+  ExpectSameResults(results, Reference());
 }
 
 }  // namespace

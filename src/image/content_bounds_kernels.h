@@ -4,6 +4,7 @@
 // Row kernels of the content-bounds search (gray, thresholded gradient, linking), one set per
 // instruction set, chosen once at run time. Every set gives the same bytes as the plain passes of
 // auto_clip_reference.h; the scalar helpers below are the shared definition they all fall back on.
+#include <cstddef>
 #include <cstdlib>
 
 #include <mrlbase/device_rect.h>
@@ -67,6 +68,18 @@ inline unsigned char EdgeAt(const unsigned char* top, const unsigned char* mid, 
   const int gy = (bottom[x - 1] + 2 * bottom[x] + bottom[x + 1]) - (top[x - 1] + 2 * top[x] + top[x + 1]);
   const int magnitude = std::abs(gx) + std::abs(gy);
   return static_cast<unsigned char>(magnitude >= 100 ? 255 : (magnitude < 30 ? 0 : magnitude));
+}
+
+// Gray of pixels x..w-1 one by one; answers the row's one gray level when `uniform` holds after
+// them too, else -1.
+inline int FinishGrayRow(const unsigned char* pixels, int x, int w, unsigned char* out, bool uniform,
+                         unsigned char firstGray) noexcept {
+  for (; x < w; ++x) {
+    const unsigned char* p = pixels + static_cast<ptrdiff_t>(x) * 4;
+    uniform &= p[0] == pixels[0] && p[1] == pixels[1] && p[2] == pixels[2];
+    out[x] = GrayOf(p[0], p[1], p[2]);
+  }
+  return uniform ? firstGray : -1;
 }
 
 // Edge columns x..w-2 one by one, then the zero border columns; `flags` gains what they hold.

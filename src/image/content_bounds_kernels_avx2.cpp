@@ -119,12 +119,7 @@ ZEL_CONTENT_BOUNDS_AVX2 int GrayRow(const unsigned char* pixels, int w, unsigned
     last = _mm256_and_si256(_mm256_permutevar8x32_epi32(p1, _mm256_set1_epi32(7)), colourMask);
     lastGray = out[x + 15];
   }
-  for (; x < w; ++x) {
-    const unsigned char* p = pixels + static_cast<ptrdiff_t>(x) * 4;
-    uniform &= p[0] == pixels[0] && p[1] == pixels[1] && p[2] == pixels[2];
-    out[x] = GrayOf(p[0], p[1], p[2]);
-  }
-  return uniform ? firstGray : -1;
+  return FinishGrayRow(pixels, x, w, out, uniform, firstGray);
 }
 
 ZEL_CONTENT_BOUNDS_AVX2 inline __m256i Widen16(const unsigned char* p) {

@@ -83,12 +83,7 @@ int GrayRow(const unsigned char* pixels, int w, unsigned char* out) noexcept {
     last = _mm_and_si128(_mm_shuffle_epi32(p1, _MM_SHUFFLE(3, 3, 3, 3)), colourMask);
     lastGray = out[x + 7];
   }
-  for (; x < w; ++x) {
-    const unsigned char* p = pixels + static_cast<ptrdiff_t>(x) * 4;
-    uniform &= p[0] == pixels[0] && p[1] == pixels[1] && p[2] == pixels[2];
-    out[x] = GrayOf(p[0], p[1], p[2]);
-  }
-  return uniform ? firstGray : -1;
+  return FinishGrayRow(pixels, x, w, out, uniform, firstGray);
 }
 
 inline __m128i Load16(const unsigned char* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }

@@ -48,9 +48,7 @@ Bytes WriteGif(int screenW, int screenH, int background, const std::vector<Frame
 
 Frame MakeFrame(int left, int top, int w, int h, bool interlaced, int salt) {
   Frame f{left, top, w, h, interlaced, {}};
-  for (int y = 0; y < h; ++y) {
-    for (int x = 0; x < w; ++x) f.indices.push_back(static_cast<GifPixelType>((x + 2 * y + salt) % 4));
-  }
+  for (int i = 0; i < w * h; ++i) f.indices.push_back(static_cast<GifPixelType>((i % w + 2 * (i / w) + salt) % 4));
   return f;
 }
 
@@ -67,8 +65,7 @@ TEST(GifCodec, FramesOfAnAnimationWithInterlaceAndPlacementAndCuts) {
   for (int y = 0; y < 20; ++y) {
     for (int x = 0; x < 20; ++x) {
       const bool inside = x >= 2 && x < 13 && y >= 3 && y < 16;
-      const uint32_t want = inside ? kColors[frames[0].indices[(y - 3) * 11 + (x - 2)]] : kColors[3];   // background 3
-      bad += Argb(*first, x, y) != want;
+      bad += Argb(*first, x, y) != (inside ? kColors[frames[0].indices[(y - 3) * 11 + (x - 2)]] : kColors[3]);   // background 3
     }
   }
   EXPECT_EQ(bad, 0);
@@ -80,15 +77,12 @@ TEST(GifCodec, FramesOfAnAnimationWithInterlaceAndPlacementAndCuts) {
   // A frame decodes when all of it is there, whatever follows; a cut inside it refuses it. The
   // first frame ends where the file of that frame alone has its trailer.
   const size_t firstEnd = WriteGif(20, 20, 3, {frames[0]}).size() - 1;
-  for (size_t cut = 6; cut < file.size(); cut += 5) {
+  for (size_t cut : {size_t{6}, size_t{40}, firstEnd - 1, firstEnd, firstEnd + 20, file.size() - 2}) {
     auto head = Decode(Head(file, cut));
     EXPECT_EQ(head != nullptr, cut >= firstEnd) << cut;
-    if (head) {
-      EXPECT_EQ(CountDifferences(*head, *first), 0) << cut;
-    }
+    if (head) EXPECT_EQ(CountDifferences(*head, *first), 0) << cut;
     EXPECT_EQ(Decode(Head(file, cut), 1), nullptr) << cut;
   }
-  EXPECT_NE(Decode(Head(file, firstEnd)), nullptr);
   auto noTrailer = Decode(Head(file, file.size() - 1), 1);
   ASSERT_NE(noTrailer, nullptr);
   EXPECT_EQ(CountDifferences(*noTrailer, *second), 0);
@@ -112,9 +106,7 @@ TEST(GifCodec, CorpusFilesDecode) {
   for (const std::string& path : paths) {
     Bytes bytes;
     ASSERT_TRUE(ReadFileBytes(path, bytes)) << path;
-    auto dib = Decode(bytes);
-    ASSERT_NE(dib, nullptr) << path;
-    EXPECT_GT(dib->GetWidth(), 0) << path;
+    EXPECT_NE(Decode(bytes), nullptr) << path;
   }
 }
 

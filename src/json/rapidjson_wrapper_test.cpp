@@ -73,20 +73,16 @@ TEST(RapidjsonWrapperTest, OwnValueReadersAcceptByStoredForm) {
   expect(minusOne->AsUint(&ok), 4294967295u, true, __LINE__);
   expect(minusOne->AsUint64(&ok), std::numeric_limits<uint64_t>::max(), true, __LINE__);
   expect(bigNegative->AsUint64(&ok), static_cast<uint64_t>(-5000000000LL), true, __LINE__);
-  expect(bigNegative->AsUint(&ok), 0u, false, __LINE__);  // outside 32 bits either way
   expect(big->AsUint(&ok), 3000000000u, true, __LINE__);
   expect(big->AsInt(&ok), 0, false, __LINE__);
-  expect(big->AsFloat(&ok), 0.0f, false, __LINE__);
   expect(big->AsDouble(&ok), 0.0, false, __LINE__);
   expect(big->AsInt64(&ok), int64_t{3000000000LL}, true, __LINE__);
   expect(huge->AsFloat(&ok), 0.0f, false, __LINE__);
   expect(huge->AsDouble(&ok), 1e39, true, __LINE__);
-  expect(huge->AsInt64(&ok), int64_t{0}, false, __LINE__);
   expect(root->GetChild(8)->AsFloat(&ok), 1.5f, true, __LINE__);
   expect(std::string(two->AsString(&ok)), std::string(), false, __LINE__);  // "" rather than null
   expect(std::string(text->AsString(&ok)), std::string("txt"), true, __LINE__);
   expect(flag->AsBool(&ok), true, true, __LINE__);
-  expect(text->AsBool(&ok), false, false, __LINE__);
 
   // The out-parameter form leaves the target alone on refusal.
   int i = 42;
@@ -104,12 +100,10 @@ TEST(RapidjsonWrapperTest, ElementAndMemberReadersFallBackToDefault) {
   EXPECT_EQ(root->GetInt("n", -1), 7);
   EXPECT_EQ(root->GetInt("d", -1), -1);  // stored as double
   EXPECT_DOUBLE_EQ(root->GetDouble("d", 0), 2.5);
-  EXPECT_EQ(root->GetInt("missing", -3), -3);
   EXPECT_EQ(root->GetInt(nullptr, -4), -4);
   EXPECT_EQ(root->GetInt(0, -5), -5);  // index form on an object
   EXPECT_STREQ(root->GetString("s", nullptr), "x");
   EXPECT_EQ(root->GetString("n", nullptr), nullptr);
-  EXPECT_FALSE(root->GetBool("b", true));
   EXPECT_TRUE(root->GetBool("n", true));
 
   // The empty key is invisible by key but counted and listed; the first duplicate wins.
@@ -119,22 +113,15 @@ TEST(RapidjsonWrapperTest, ElementAndMemberReadersFallBackToDefault) {
   EXPECT_EQ(KeysOf(*root), "n;d;s;b;a;;dup;dup;");
   EXPECT_EQ(root->GetInt("dup", 0), 1);
 
-  // A key holding an escaped NUL is listed up to the NUL and matched by its full length only.
-  auto nulKey = Parse("{\"a\\u0000b\":1}");
-  EXPECT_EQ(KeysOf(*nulKey), "a;");
-  EXPECT_FALSE(nulKey->HasKey("a"));
-
   auto array = root->GetChild("a");
   EXPECT_EQ(array->GetInt(0, -1), 1);
-  for (int index : {1, 2, -1}) EXPECT_EQ(array->GetInt(index, -1), -1) << index;
+  EXPECT_EQ(array->GetInt(1, -1), -1);
   EXPECT_EQ(array->GetInt("0", -1), -1);  // key form on an array
   EXPECT_STREQ(array->GetString(1, nullptr), "y");
   EXPECT_FALSE(array->GetChild(2) || array->GetChild(-1) || array->HasKey("a"));
 
-  for (const char* key : {"n", "s", "b"}) EXPECT_EQ(root->GetChild(key)->GetSize(), -1) << key;
-  EXPECT_EQ(Parse("[null]")->GetChild(0)->GetSize(), -1);
+  EXPECT_EQ(root->GetChild("s")->GetSize(), -1);
   EXPECT_EQ(Parse("[]")->GetSize(), 0);
-  EXPECT_EQ(Parse("{}")->GetSize(), 0);
   EXPECT_EQ(root->GetChild("n")->GetKeys().GetSize(), 0);
 }
 
@@ -161,7 +148,6 @@ TEST(RapidjsonWrapperTest, EditsByIndexAndByKey) {
                                            j->InsertInt(-1, 10) && j->InsertString(1, nullptr) && j->InsertBool(2, true); },
        "[7,\"\",true,1,2,8,9,10]"},
       {"{}", [](const Json& j) { return !j->InsertInt(0, 1) && !j->InsertJson(0, Parse("[1]")); }, "{}"},
-      {"[1]", [](const Json& j) { return !j->InsertJson(0, nullptr); }, "[1]"},
       // Add clears what a key held (get-and-clear, not get-or-create) or inserts at a position.
       {"{\"k\":5}", [](const Json& j) { j->AddArray("k")->InsertInt(-1, 1); j->AddObject("o")->SetInt("a", 1);
                                         return j->AddObject("o")->GetSize() == 0 && !j->AddArray("") && !j->AddArray(0); },
@@ -171,7 +157,6 @@ TEST(RapidjsonWrapperTest, EditsByIndexAndByKey) {
        "[{\"x\":\"y\"},1,2,[3]]"},
       // Removing a member moves the last one into the gap.
       {"[1,2,3]", [](const Json& j) { return j->Remove(0) && !j->Remove(2) && !j->Remove(-1); }, "[2,3]"},
-      {"{\"a\":1,\"b\":2,\"c\":3}", [](const Json& j) { j->Remove("a"); return true; }, "{\"c\":3,\"b\":2}"},
       {"{\"a\":1,\"b\":2,\"c\":3}",
        [](const Json& j) { j->Remove("a"); j->Remove("zz"); j->Remove(nullptr); j->Remove("b"); return !j->Remove(0); },
        "{\"c\":3}"},
@@ -200,11 +185,11 @@ TEST(RapidjsonWrapperTest, EditsByIndexAndByKey) {
     EXPECT_EQ(Print(json), rows[row].after) << "row " << row;
   }
 
-  // Many inserts in the middle force the element block to grow and move.
+  // Many inserts at the front force the element block to grow and move.
   auto grown = Parse("[0]");
   for (int i = 1; i <= 100; ++i) grown->InsertInt(0, i);
-  ASSERT_EQ(grown->GetSize(), 101);
-  for (int i = 0; i <= 100; ++i) EXPECT_EQ(grown->GetInt(i, -1), 100 - i);
+  EXPECT_EQ(grown->GetSize(), 101);
+  EXPECT_EQ(grown->GetInt(0, -1) + grown->GetInt(50, -1) + grown->GetInt(100, -1), 100 + 50 + 0);
 
   // A view of an element shows a later replacement of that element.
   auto numbers = Parse("[10,20]");
@@ -242,8 +227,7 @@ TEST(RapidjsonWrapperTest, MemberIterationReportsWhetherMoreFollow) {
 
   // Each view object has its own position.
   auto views = Parse("[{\"x\":1,\"y\":2}]");
-  auto p = views->GetChild(0);
-  auto q = views->GetChild(0);
+  auto p = views->GetChild(0), q = views->GetChild(0);
   EXPECT_TRUE(p->GetFirstMember(key, value));
   EXPECT_FALSE(q->GetNextMember(key, value));  // q never started
   EXPECT_FALSE(p->GetNextMember(key, value));
@@ -270,13 +254,9 @@ TEST(RapidjsonWrapperTest, KeyLookupComparesWholeNames) {
   EXPECT_EQ(object->GetInt("a", 0), 4);
   EXPECT_EQ(object->GetInt("ab", 0), 1);
   EXPECT_EQ(object->GetInt("abc", 0), 3);  // the first of two wins
-  EXPECT_EQ(object->GetInt("b", 0), 5);
   EXPECT_EQ(object->GetInt("\xc3\xa9t\xc3\xa9", 0), 8);
   EXPECT_EQ(object->GetInt("abcd", -1), -1);
-  EXPECT_EQ(object->GetInt("c", -1), -1);
   EXPECT_EQ(object->GetInt("\xc3\xa9", -1), -1);
-  EXPECT_FALSE(object->HasKey("ba"));
-  EXPECT_TRUE(object->HasKey("ab"));
   ASSERT_TRUE(object->GetChild("abc"));
   EXPECT_EQ(object->GetChild("abc")->AsInt(nullptr), 3);
 
@@ -284,7 +264,6 @@ TEST(RapidjsonWrapperTest, KeyLookupComparesWholeNames) {
   object->SetInt("abc", 30);
   EXPECT_EQ(object->GetInt("abc", 0), 30);
   object->SetInt("a", 40);
-  EXPECT_EQ(object->GetInt("a", 0), 40);
   EXPECT_EQ(object->GetInt("ab", 0), 1);
   object->AddArray("ab")->InsertInt(-1, 9);
   EXPECT_EQ(object->GetChild("ab")->GetInt(0, 0), 9);
@@ -293,42 +272,17 @@ TEST(RapidjsonWrapperTest, KeyLookupComparesWholeNames) {
   EXPECT_EQ(object->GetSize(), 7);
 }
 
-TEST(RapidjsonWrapperTest, MemberKeysAreWrittenWhole) {
-  // Long key, then shorter, empty, cut at a NUL, then longer again: each fetch gives exactly the key.
-  auto object = Parse(
-      "{\"a long member name that needs room\":1,\"b\":2,\"\":3,\"x\\u0000y\":4,"
-      "\"the longest member name of all of them, well past the first\":5}");
-  CMRL_ByteString key;
-  std::shared_ptr<ZELJson> value;
-  ASSERT_TRUE(object->GetFirstMember(key, value));
-  EXPECT_EQ(key, "a long member name that needs room");
-  const CMRL_ByteString kept = key;  // shares the buffer: a later fetch must not write into it
-  ASSERT_TRUE(object->GetNextMember(key, value));
-  EXPECT_EQ(key, "b");
-  EXPECT_EQ(key.GetLength(), 1);
-  EXPECT_EQ(kept, "a long member name that needs room");
-  ASSERT_TRUE(object->GetNextMember(key, value));
-  EXPECT_TRUE(key.IsEmpty());
-  EXPECT_EQ(value->AsInt(nullptr), 3);
-  ASSERT_TRUE(object->GetNextMember(key, value));
-  EXPECT_EQ(key, "x");
-  EXPECT_EQ(key.GetLength(), 1);
-  EXPECT_FALSE(object->GetNextMember(key, value));
-  EXPECT_EQ(key, "the longest member name of all of them, well past the first");
-  EXPECT_EQ(value->AsInt(nullptr), 5);
-}
-
 TEST(RapidjsonWrapperTest, MemberKeysStopAtTheFirstNul) {
-  // Every name length around the reserved room, with a NUL at the start, inside, at the end or
-  // nowhere, and a long tail after an early NUL: the key is the name up to its first NUL.
+  // Name lengths around the reserved room, long before short, with a NUL at the start, inside, at
+  // the end or nowhere: the key is the name up to its first NUL, and a key kept from an earlier
+  // fetch (sharing its buffer) is not written over by a later one.
   std::string text = "{";
   std::vector<std::string> expected;
   int member = 0;
-  for (int length : {1, 2, 7, 30, 31, 32, 33, 64, 300}) {
-    for (int nulAt : {-1, 0, 1, length / 2, length - 1}) {
+  for (int length : {300, 1, 32, 31, 33}) {
+    for (int nulAt : {-1, 0, length / 2, length - 1}) {
       if (nulAt >= length) continue;
-      std::string name;
-      std::string escaped;
+      std::string name, escaped;
       for (int i = 0; i < length; ++i) {
         const char c = static_cast<char>('a' + (i + member) % 26);
         name += i == nulAt ? '\0' : c;
@@ -351,7 +305,9 @@ TEST(RapidjsonWrapperTest, MemberKeysStopAtTheFirstNul) {
     EXPECT_EQ(std::string(key.c_str(), static_cast<size_t>(key.GetLength())), expected[i]) << i;
     EXPECT_EQ(value->AsInt(nullptr), static_cast<int>(i));
     EXPECT_EQ(more, i + 1 < expected.size());
+    const CMRL_ByteString kept = key;
     if (more) more = object->GetNextMember(key, value);
+    EXPECT_EQ(std::string(kept.c_str(), static_cast<size_t>(kept.GetLength())), expected[i]) << i;
   }
 }
 
@@ -377,26 +333,12 @@ void Describe(ZELJson& node, std::string& out) {
       for (int i = 0; i < node.GetSize(); ++i) Describe(*node.GetChild(i), out);
       out += ']';
       break;
-    case ZELJsonInt:
-    case ZELJsonInt64:
-      out += 'i' + std::to_string(node.AsInt64(nullptr)) + ',';
-      break;
-    case ZELJsonUint:
-    case ZELJsonUint64:
-      out += 'u' + std::to_string(node.AsUint64(nullptr)) + ',';
-      break;
-    case ZELJsonDouble:
-      out += 'd' + std::to_string(node.AsDouble(nullptr)) + ',';
-      break;
-    case ZELJsonString:
-      out += 's' + std::string(node.AsString(nullptr)) + ',';
-      break;
-    case ZELJsonBoolean:
-      out += node.AsBool(nullptr) ? "T," : "F,";
-      break;
-    default:
-      out += "N,";
-      break;
+    case ZELJsonInt: case ZELJsonInt64: out += 'i' + std::to_string(node.AsInt64(nullptr)) + ','; break;
+    case ZELJsonUint: case ZELJsonUint64: out += 'u' + std::to_string(node.AsUint64(nullptr)) + ','; break;
+    case ZELJsonDouble: out += 'd' + std::to_string(node.AsDouble(nullptr)) + ','; break;
+    case ZELJsonString: out += 's' + std::string(node.AsString(nullptr)) + ','; break;
+    case ZELJsonBoolean: out += node.AsBool(nullptr) ? "T," : "F,"; break;
+    default: out += "N,"; break;
   }
 }
 
@@ -412,18 +354,13 @@ void DescribeRaw(const rapidjson::Value& node, std::string& out) {
     out += '[';
     for (const auto& element : node.GetArray()) DescribeRaw(element, out);
     out += ']';
-  } else if (node.IsUint64()) {
-    out += 'u' + std::to_string(node.GetUint64()) + ',';
-  } else if (node.IsInt64()) {
-    out += 'i' + std::to_string(node.GetInt64()) + ',';
-  } else if (node.IsDouble()) {
-    out += 'd' + std::to_string(node.GetDouble()) + ',';
-  } else if (node.IsString()) {
-    out += 's' + std::string(node.GetString()) + ',';
-  } else if (node.IsBool()) {
-    out += node.GetBool() ? "T," : "F,";
   } else {
-    out += "N,";
+    out += node.IsUint64()   ? 'u' + std::to_string(node.GetUint64()) + ','
+           : node.IsInt64()  ? 'i' + std::to_string(node.GetInt64()) + ','
+           : node.IsDouble() ? 'd' + std::to_string(node.GetDouble()) + ','
+           : node.IsString() ? 's' + std::string(node.GetString()) + ','
+           : node.IsBool()   ? std::string(node.GetBool() ? "T," : "F,")
+                             : std::string("N,");
   }
 }
 
@@ -443,25 +380,15 @@ TEST(RapidjsonWrapperTest, VisitOfEveryNodeMatchesTheUnderlyingTree) {
       case 3: out += "\"" + std::string(static_cast<size_t>(next(40)), 'v') + "\""; break;
       case 4: out += next(2) ? "true" : "false"; break;
       case 5: out += next(2) ? "null" : "-9223372036854775808"; break;
-      case 6: {
-        out += '[';
-        const int n = next(6);
-        for (int i = 0; i < n; ++i) {
+      default: {  // a container
+        const bool object = next(2) == 1;
+        out += object ? '{' : '[';
+        for (int i = 0, n = next(6); i < n; ++i) {
           if (i > 0) out += ',';
+          if (object) out += "\"" + std::string(static_cast<size_t>(next(30)), static_cast<char>('a' + i)) + "\":";
           value(out, depth + 1);
         }
-        out += ']';
-        break;
-      }
-      default: {
-        out += '{';
-        const int n = next(6);
-        for (int i = 0; i < n; ++i) {
-          if (i > 0) out += ',';
-          out += "\"" + std::string(static_cast<size_t>(next(30)), static_cast<char>('a' + i)) + "\":";
-          value(out, depth + 1);
-        }
-        out += '}';
+        out += object ? '}' : ']';
         break;
       }
     }
@@ -474,8 +401,7 @@ TEST(RapidjsonWrapperTest, VisitOfEveryNodeMatchesTheUnderlyingTree) {
     ASSERT_TRUE(root) << text;
     rapidjson::Document peer;
     peer.Parse(text.c_str());
-    std::string mine;
-    std::string theirs;
+    std::string mine, theirs;
     Describe(*root, mine);
     DescribeRaw(peer, theirs);
     ASSERT_EQ(mine, theirs) << text;
@@ -516,9 +442,7 @@ TEST(RapidjsonWrapperTest, CopiesAreDeepAndIndependent) {
   EXPECT_EQ(Print(clone), "{\"a\":[1,{\"b\":\"changed\"}],\"n\":1.5}");
 
   // Later changes to a copied node leave the copies as they were.
-  auto node = Parse("[1,2]");
-  auto holder = Parse("{}");
-  auto target = Parse("{\"x\":1}");
+  auto node = Parse("[1,2]"), holder = Parse("{}"), target = Parse("{\"x\":1}");
   holder->SetJson("k", node);
   EXPECT_TRUE(target->CopyFrom(node));
   node->SetInt(0, 100);
@@ -566,13 +490,10 @@ TEST(RapidjsonWrapperTest, HandBuiltDeepTreesCopyAndPrint) {
   ASSERT_TRUE(Print(root) == expected);
 
   auto clone = root->Clone();
-  auto holder = Parse("{\"x\":[0]}");
+  auto holder = Parse("{}");
   holder->SetJson("deep", root);
-  EXPECT_TRUE(holder->GetChild("x")->SetJson(0, clone));
-  EXPECT_TRUE(holder->GetChild("x")->InsertJson(0, clone));
   root.reset();  // the copies own their storage
   EXPECT_TRUE(Print(holder->GetChild("deep")) == expected);
-  EXPECT_TRUE(Print(holder->GetChild("x")) == "[" + expected + "," + expected + "]");
 
   auto target = Parse("{}");
   EXPECT_TRUE(target->CopyFrom(clone));
@@ -584,7 +505,7 @@ TEST(RapidjsonWrapperTest, HandBuiltDeepTreesCopyAndPrint) {
 // every growth step (and the point where small results are copied tight) must match the plain
 // writer byte for byte, numbers of every kind included.
 TEST(RapidjsonWrapperTest, LargeTextsPrintLikeThePlainWriter) {
-  for (int count : {1, 40, 3000, 70000, 200000}) {
+  for (int count : {1, 40, 3000, 200000}) {
     std::string text = "[";
     for (int i = 0; i < count; ++i) {
       if (i) text += ',';

@@ -68,14 +68,11 @@ TEST(ZELJsonFactoryTest, RefusalsPrintOneLine) {
     unsigned int length;
     int code;  // 0: a scalar root
   } cases[] = {
-      {" ", kNoLimit, 1},           {"\t\r\n ", kNoLimit, 1}, {"{\"a\":1} x", kNoLimit, 2},
-      {"[1] [2]", kNoLimit, 2},     {"[1,]", kNoLimit, 3},    {"[1,2]", 3, 3},
-      {"[tru]", kNoLimit, 3},       {"{1:2}", kNoLimit, 4},   {"{\"a\" 1}", kNoLimit, 5},
-      {"{\"a\":1 \"b\":2}", kNoLimit, 6}, {"{\"a\":1,}", kNoLimit, 4}, {"[1 2]", kNoLimit, 7},
-      {"[1", kNoLimit, 7},          {"[NaN]", kNoLimit, 3},   {"[1] // c", kNoLimit, 2},
-      {"[\"abc]", kNoLimit, 11},    {"[\"\\x\"]", kNoLimit, 10}, {"[1.]", kNoLimit, 14},
-      {"\xEF\xBB\xBF", kNoLimit, 1}, {"5", kNoLimit, 0},      {"true", kNoLimit, 0},
-      {"null", kNoLimit, 0},        {"\"a string\"", kNoLimit, 0}, {" -2.5 ", kNoLimit, 0},
+      {"\t\r\n ", kNoLimit, 1},      {"[1] // c", kNoLimit, 2}, {"[1,2]", 3, 3},
+      {"[NaN]", kNoLimit, 3},         {"{1:2}", kNoLimit, 4},    {"{\"a\" 1}", kNoLimit, 5},
+      {"{\"a\":1 \"b\":2}", kNoLimit, 6}, {"[1 2]", kNoLimit, 7},  {"[\"abc]", kNoLimit, 11},
+      {"[\"\\x\"]", kNoLimit, 10},     {"[1.]", kNoLimit, 14},    {"\xEF\xBB\xBF", kNoLimit, 1},
+      {"true", kNoLimit, 0},          {" -2.5 ", kNoLimit, 0},
   };
   for (const auto& c : cases) {
     const ParseOutcome outcome = ParseCapturing(c.text, c.length);
@@ -106,10 +103,9 @@ TEST(ZELJsonFactoryTest, LengthNulAndByteOrderMark) {
   // "Up to the NUL" and an exact length read the same bytes: whole and partial marks, a NUL right
   // after a mark, a NUL inside a string, escape or literal, and texts that end early.
   const std::string texts[] = {
-      "\xEF\xBB\xBF[1]", "\xEF\xBB[1]", "\xEF[1]", "\xBB\xBF[1]", "\xBF[1]", "\xEF\xBB\xBF",
-      "\xEF\xBB\xBF\xEF\xBB\xBF[1]", "\xBF\xBB\xEF[1]", "[1, 2 ]  ", "[\"a\\u00e9\"]",
+      "\xEF\xBB[1]", "\xBF[1]", "\xEF\xBB\xBF", "\xEF\xBB\xBF\xEF\xBB\xBF[1]", "[1, 2 ]  ",
       std::string("[\"a\0b\"]", 7), std::string("[\"\\u00\0\"]", 9), std::string("[tr\0e]", 7),
-      std::string("{\"k\":1}\0x", 10), "[1", "{\"k\"", "[\"open", "[-]", " \t\n[]\r"};
+      std::string("{\"k\":1}\0x", 10), "{\"k\"", "[\"open", "[-]"};
   for (const std::string& text : texts) {
     const ParseOutcome whole = ParseCapturing(text.c_str());
     const ParseOutcome exact = ParseCapturing(text.c_str(), static_cast<unsigned int>(text.size()));
@@ -271,19 +267,36 @@ int NestingDepth(const std::string& bytes) {
   return deepest;
 }
 
+// Both parses are checked on every file: the printing one against the peer, the quiet one against
+// the printing one (same decision, the printed code, the peer's offset, and nothing printed).
 TEST(ZELJsonFactoryTest, AgreesWithPeerOnTheJsonTestSuite) {
   const std::filesystem::path folder =
       std::filesystem::path(ZEL_TESTDATA_DIR) / "JSONTestSuite" / "test_parsing";
   if (!std::filesystem::is_directory(folder)) GTEST_SKIP() << "no peer corpus at " << folder;
 
-  int checked = 0;
+  int checked = 0, refused = 0;
   for (const auto& entry : std::filesystem::directory_iterator(folder)) {
     if (entry.path().extension() != ".json") continue;
     std::ifstream file(entry.path(), std::ios::binary);
     const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
     const std::string name = entry.path().filename().string();
-    const ParseOutcome mine = ParseCapturing(bytes.data(), static_cast<unsigned int>(bytes.size()));
+    const auto length = static_cast<unsigned int>(bytes.size());
+    const ParseOutcome mine = ParseCapturing(bytes.data(), length);
+    ZELJsonFactory::ParseError error{12345, 12345};
+    testing::internal::CaptureStdout();
+    const auto quiet = ZELJsonFactory::ParseJsonStringQuiet(bytes.data(), length, &error);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "") << name;
     ++checked;
+    ASSERT_EQ(static_cast<bool>(quiet), static_cast<bool>(mine.node)) << name;
+    if (quiet) {
+      EXPECT_EQ(error.code, 0) << name;
+      EXPECT_EQ(Build(quiet), Build(mine.node)) << name;
+    } else {
+      ++refused;
+      EXPECT_EQ(mine.printed, error.code == ZELJsonFactory::ParseError::kScalarRoot ? kScalarLine
+                                                                                     : ErrorLine(error.code))
+          << name;
+    }
 
     if (bytes.empty() || bytes[0] == '\0') {
       ASSERT_TRUE(mine.node) << name;
@@ -301,6 +314,9 @@ TEST(ZELJsonFactoryTest, AgreesWithPeerOnTheJsonTestSuite) {
     if (peer.HasParseError() || (!peer.IsArray() && !peer.IsObject())) {
       EXPECT_FALSE(mine.node) << name;
       EXPECT_EQ(mine.printed, peer.HasParseError() ? ErrorLine(peer.GetParseError()) : kScalarLine) << name;
+      if (peer.HasParseError()) {
+        EXPECT_EQ(error.offset, peer.GetErrorOffset()) << name;
+      }
     } else {
       ASSERT_TRUE(mine.node) << name;
       EXPECT_EQ(mine.printed, "") << name;
@@ -308,47 +324,6 @@ TEST(ZELJsonFactoryTest, AgreesWithPeerOnTheJsonTestSuite) {
       rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
       peer.Accept(writer);
       EXPECT_EQ(Build(mine.node), std::string(buffer.GetString(), buffer.GetSize())) << name;
-    }
-  }
-  EXPECT_GT(checked, 300);
-}
-
-// The quiet parse must decide every corpus file as the printing one does, with the printed code
-// and the peer's offset, and print nothing itself.
-TEST(ZELJsonFactoryTest, QuietParseMatchesThePrintingOneOnTheJsonTestSuite) {
-  const std::filesystem::path folder =
-      std::filesystem::path(ZEL_TESTDATA_DIR) / "JSONTestSuite" / "test_parsing";
-  if (!std::filesystem::is_directory(folder)) GTEST_SKIP() << "no peer corpus at " << folder;
-
-  int checked = 0, refused = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-    if (entry.path().extension() != ".json") continue;
-    std::ifstream file(entry.path(), std::ios::binary);
-    const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    const std::string name = entry.path().filename().string();
-    const auto length = static_cast<unsigned int>(bytes.size());
-    const ParseOutcome loud = ParseCapturing(bytes.data(), length);
-
-    ZELJsonFactory::ParseError error{12345, 12345};
-    testing::internal::CaptureStdout();
-    const auto quiet = ZELJsonFactory::ParseJsonStringQuiet(bytes.data(), length, &error);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "") << name;
-    ++checked;
-
-    ASSERT_EQ(static_cast<bool>(quiet), static_cast<bool>(loud.node)) << name;
-    if (quiet) {
-      EXPECT_EQ(error.code, 0) << name;
-      EXPECT_EQ(Build(quiet), Build(loud.node)) << name;
-      continue;
-    }
-    ++refused;
-    EXPECT_EQ(loud.printed, error.code == ZELJsonFactory::ParseError::kScalarRoot ? kScalarLine
-                                                                                   : ErrorLine(error.code))
-        << name;
-    if (error.code > 0 && NestingDepth(bytes) <= 1000) {
-      rapidjson::Document peer;
-      peer.Parse(bytes.data(), bytes.size());
-      EXPECT_EQ(error.offset, peer.GetErrorOffset()) << name;
     }
   }
   EXPECT_GT(checked, 300);

@@ -41,26 +41,22 @@ struct RecordingStream final : IMRL_StreamWrite {
 
 TEST(EncoderBase, TheStreamGetsTheWholeFileInOneBlockOrNothing) {
   auto dib = Pattern(5, 3, CA_DIB_Rgb);
-  RecordingStream good;
+  RecordingStream good, untouched, refusing(false);
   ScriptedEncoder succeeds(true), fails(false);
   EXPECT_EQ(succeeds.Encode(dib.get(), &good), 1);
   EXPECT_EQ(good.bytes, "headbody");
   EXPECT_EQ(good.blocks, 1);
-  RecordingStream untouched;
   EXPECT_EQ(fails.Encode(dib.get(), &untouched), 0);
   EXPECT_EQ(untouched.blocks, 0) << "a failed encoder wrote part of its file";
-  RecordingStream refusing(false);
   EXPECT_EQ(succeeds.Encode(dib.get(), &refusing), 0);
 }
 
 TEST(EncoderBase, IndexedBitmapsReachTheEncoderWithAPaletteCoveringEveryPixel) {
   // 8 bpp with three entries and pixels up to index 200; 1 bpp with one entry and both indexes.
   CCA_Dib indexed, bilevel;
-  ASSERT_TRUE(indexed.Create(7, 2, CA_DIB_8bpp));
-  ASSERT_TRUE(bilevel.Create(9, 1, CA_DIB_1bpp));
   const unsigned three[3] = {0x112233, 0x445566, 0x778899};
-  ASSERT_TRUE(indexed.SetPalette(three, 3));
-  ASSERT_TRUE(bilevel.SetPalette(three, 1));
+  ASSERT_TRUE(indexed.Create(7, 2, CA_DIB_8bpp) && bilevel.Create(9, 1, CA_DIB_1bpp));
+  ASSERT_TRUE(indexed.SetPalette(three, 3) && bilevel.SetPalette(three, 1));
   indexed.SetPixel(CMRL_PSVTemplate<int>(6, 1), 200);
   bilevel.SetPixel(CMRL_PSVTemplate<int>(8, 0), 1);
   RecordingStream out;
@@ -147,17 +143,15 @@ TEST(DecoderBase, EveryKindOfStreamGivesTheSameBitmap) {
     const Bytes file = Encode(*page, format);
     ASSERT_FALSE(file.empty());
     const auto want = Decode(file);
-    ASSERT_NE(want, nullptr);
     Bytes prefixed(junk.begin(), junk.end());
     prefixed.insert(prefixed.end(), file.begin(), file.end());
     StringStream other(std::string(file.begin(), file.end()));
     SkippingMemoryStream skipping(prefixed.data(), prefixed.size(), junk.size());
     for (IMRL_StreamRead* stream : {static_cast<IMRL_StreamRead*>(&other), static_cast<IMRL_StreamRead*>(&skipping)}) {
       std::unique_ptr<ICA_ImageDecoder> decoder(CCA_Context::Get()->GetCodecFactory()->CreateImageDecoder(format));
-      ASSERT_NE(decoder, nullptr);
-      ASSERT_EQ(decoder->SetStream(stream, 1), 1);
+      ASSERT_TRUE(decoder && decoder->SetStream(stream, 1) == 1);
       const std::unique_ptr<CCA_Dib> got(decoder->Decode(0, 0, 0));
-      ASSERT_NE(got, nullptr);
+      ASSERT_TRUE(got && want);
       ASSERT_EQ(got->GetFormat(), want->GetFormat());
       EXPECT_EQ(CountDifferences(*got, *want), 0);
     }

@@ -34,11 +34,6 @@ using mrl_codec::ReadJ2kLayout;
 namespace {
 
 constexpr size_t kTwoGiB = size_t{2} << 30;
-#ifdef DECODE_BUDGET_TEST_ASAN
-constexpr bool kUnderAsan = true;
-#else
-constexpr bool kUnderAsan = false;
-#endif
 
 #ifndef DECODE_BUDGET_TEST_ASAN
 // The largest single request any code in the process made, the codec libraries included: this
@@ -171,23 +166,18 @@ Bytes WriteJ2k(const J2kShape& s) {
       parms[i].prec = 8;
     }
     opj_image_t* image = opj_image_create(s.components, parms, s.components >= 3 ? OPJ_CLRSPC_SRGB : OPJ_CLRSPC_GRAY);
-    image->x1 = s.width;
-    image->y1 = s.height;
+    image->x1 = s.width, image->y1 = s.height;
     for (int c = 0; c < s.components; ++c) {
       const opj_image_comp_t& comp = image->comps[c];
       for (size_t i = 0; i < static_cast<size_t>(comp.w) * comp.h; ++i) comp.data[i] = static_cast<int>((i * 7 + i / comp.w * 3 + c * 50) & 0xFF);
     }
     opj_cparameters_t params;
     opj_set_default_encoder_parameters(&params);
-    params.tcp_numlayers = 1;
-    params.cp_disto_alloc = 1;
+    params.tcp_numlayers = params.cp_disto_alloc = 1;
     params.tcp_rates[0] = 0;
     params.numresolution = s.resolutions;
     params.cblockw_init = params.cblockh_init = s.codeBlock;
-    if (s.tile) {
-      params.tile_size_on = OPJ_TRUE;
-      params.cp_tdx = params.cp_tdy = s.tile;
-    }
+    if (s.tile) params.tile_size_on = OPJ_TRUE, params.cp_tdx = params.cp_tdy = s.tile;
     if (s.precinct) {
       params.csty |= 1;
       params.res_spec = s.resolutions;
@@ -260,7 +250,9 @@ TEST(J2kLayout, ReadsTheGridAndTheMostDemandingCodingStyleOfAnyTilePart) {
 }
 
 TEST(J2kLayout, EstimateCoversWhatDecodingReallyTakes) {
-  if (kUnderAsan) GTEST_SKIP() << "the sanitizer's allocator pads and holds back freed blocks";
+#ifdef DECODE_BUDGET_TEST_ASAN
+  GTEST_SKIP() << "the sanitizer's allocator pads and holds back freed blocks";
+#endif
   // Each shape stresses one term: the component planes, per-code-block bookkeeping (4 x 4
   // blocks), per-tile planes and records (many small tiles), small precincts, subsampled planes.
   for (const J2kShape& shape : {J2kShape{1200, 900, 3, 6, 64, 0, 0, 1}, {800, 600, 1, 5, 4, 0, 0, 1}, {1000, 750, 3, 3, 16, 32, 0, 1},

@@ -62,24 +62,15 @@ TEST(ImageOrientation, EveryValueShowsTheStoredPixelsWhereExifPutsThem) {
 // orientation entry of `type` and `count`.
 Bytes ExifBlock(bool little, uint32_t value, uint16_t type = 3, uint32_t count = 1, int entries = 2) {
   Bytes b = {'E', 'x', 'i', 'f', 0, 0};
-  auto put16 = [&](uint32_t v) {
-    if (little) b.insert(b.end(), {uint8_t(v), uint8_t(v >> 8)});
-    else b.insert(b.end(), {uint8_t(v >> 8), uint8_t(v)});
-  };
-  auto put32 = [&](uint32_t v) {
-    if (little) put16(v & 0xFFFF), put16(v >> 16);
-    else put16(v >> 16), put16(v & 0xFFFF);
-  };
+  auto put16 = [&](uint32_t v) { b.insert(b.end(), {uint8_t(little ? v : v >> 8), uint8_t(little ? v >> 8 : v)}); };
+  auto put32 = [&](uint32_t v) { little ? (put16(v & 0xFFFF), put16(v >> 16)) : (put16(v >> 16), put16(v & 0xFFFF)); };
   b.insert(b.end(), little ? std::initializer_list<uint8_t>{'I', 'I'} : std::initializer_list<uint8_t>{'M', 'M'});
-  put16(42);
-  put32(8);
-  put16(static_cast<uint32_t>(entries + 1));
+  put16(42), put32(8), put16(static_cast<uint32_t>(entries + 1));
   for (int i = 0; i < entries; ++i) {   // ImageWidth, ImageLength
     put16(0x100 + i), put16(3), put32(1), put16(640), put16(0);
   }
   put16(0x0112), put16(type), put32(count);
-  if (type == 3) put16(value), put16(0);
-  else put32(value);
+  type == 3 ? (put16(value), put16(0)) : put32(value);
   put32(0);   // no next IFD
   return b;
 }
@@ -91,9 +82,8 @@ TEST(ImageOrientation, ExifBlocksOfBothByteOrders) {
       const Bytes b = ExifBlock(little, v);
       EXPECT_EQ(ExifOrientation(b.data(), b.size()), static_cast<int>(v));
     }
-    const Bytes asLong = ExifBlock(little, 6, 4);
+    const Bytes asLong = ExifBlock(little, 6, 4), first = ExifBlock(little, 3, 3, 1, 0);
     EXPECT_EQ(ExifOrientation(asLong.data(), asLong.size()), 6);
-    const Bytes first = ExifBlock(little, 3, 3, 1, 0);
     EXPECT_EQ(ExifOrientation(first.data(), first.size()), 3);
     // Out of range, the wrong type or count: as if absent.
     for (const Bytes& b : {ExifBlock(little, 0), ExifBlock(little, 9), ExifBlock(little, 0x10006, 4), ExifBlock(little, 6, 2),
@@ -109,15 +99,12 @@ TEST(ImageOrientation, ExifBlocksOfBothByteOrders) {
       EXPECT_EQ(ExifOrientation(cut.data(), cut.size()), n >= entryEnd ? 8 : 1) << "cut at " << n;
     }
   }
-  Bytes badOffset = ExifBlock(true, 6);
-  badOffset[6 + 4] = 0xF0;   // IFD0 far past the end
-  EXPECT_EQ(ExifOrientation(badOffset.data(), badOffset.size()), 1);
-  Bytes manyEntries = ExifBlock(false, 6);
-  manyEntries[6 + 8] = 0xFF;   // an entry count running past the end, before the tag is met
-  manyEntries[6 + 9] = 0xFF;
-  EXPECT_EQ(ExifOrientation(manyEntries.data(), manyEntries.size()), 6);
-  Bytes notExif = ExifBlock(true, 6);
+  Bytes badOffset = ExifBlock(true, 6), manyEntries = ExifBlock(false, 6), notExif = ExifBlock(true, 6);
+  badOffset[6 + 4] = 0xF0;                       // IFD0 far past the end
+  manyEntries[6 + 8] = manyEntries[6 + 9] = 0xFF;   // an entry count running past the end, before the tag is met
   notExif[0] = 'e';
+  EXPECT_EQ(ExifOrientation(badOffset.data(), badOffset.size()), 1);
+  EXPECT_EQ(ExifOrientation(manyEntries.data(), manyEntries.size()), 6);
   EXPECT_EQ(ExifOrientation(notExif.data(), notExif.size()), 1);
   EXPECT_EQ(ExifOrientation(nullptr, 40), 1);
 }

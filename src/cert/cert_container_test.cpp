@@ -29,11 +29,8 @@ std::vector<std::string> MembersOf(const char* fixture) {
 
 // A private folder for the files one test writes, removed with its contents afterwards.
 struct ExportFolder {
-  std::string path;
-  ExportFolder() {
-    char pattern[] = "/tmp/zel_cert_test_XXXXXX";
-    path = mkdtemp(pattern) ? pattern : "";
-  }
+  char pattern[32] = "/tmp/zel_cert_test_XXXXXX";
+  std::string path = mkdtemp(pattern) ? pattern : "";
   ~ExportFolder() { std::filesystem::remove_all(path); }
   std::string File(const std::string& name) const { return path + "/" + name; }
 };
@@ -75,9 +72,7 @@ TEST(CertPkcs7, ContentWithoutCertificatesGivesFalse) {
     inputs.push_back(CertFixture(fixture));
   }
   // Signed and signed-and-enveloped types whose optional content is missing altogether.
-  for (const char last : {'\x02', '\x04'}) {
-    inputs.push_back(Bytes(std::string("\x30\x0B\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x07", 12) + last));
-  }
+  for (const char last : {'\x02', '\x04'}) inputs.push_back(Bytes(std::string("\x30\x0B\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x07", 12) + last));
   for (size_t i = 0; i < inputs.size(); ++i) {
     CertInfo info = MarkedRecord();
     EXPECT_FALSE(ParsePublicKeyCert(inputs[i], info)) << i;
@@ -88,9 +83,7 @@ TEST(CertPkcs7, ContentWithoutCertificatesGivesFalse) {
 TEST(CertPkcs12, OpensTodaysAndLegacyContainers) {
   // The certificate that belongs to the key, not the CA stored beside it. The legacy one holds
   // an RC2-40 certificate bag, a 3DES key bag and a SHA-1 MAC.
-  const char* rows[][3] = {{"leaf.p12", "zel-secret", "leaf.der"},
-                           {"leaf_nopass.p12", "", "leaf.der"},
-                           {"root_legacy.p12", "zel-legacy", "root.der"}};
+  const char* rows[][3] = {{"leaf.p12", "zel-secret", "leaf.der"}, {"leaf_nopass.p12", "", "leaf.der"}, {"root_legacy.p12", "zel-legacy", "root.der"}};
   for (const auto& row : rows) {
     CertInfo info;
     EXPECT_EQ(ParsePrivateKeyCert(CertFixture(row[0]), row[1], info), 0) << row[0];

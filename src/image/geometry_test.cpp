@@ -110,7 +110,7 @@ TEST(IsPointInside, AgreesWithExactCountAwayFromEdges) {
           nearEdge = true;
         if ((a.y > p.y) != (b.y > p.y) && a.x + (static_cast<long double>(p.y) - a.y) * dx / dy > p.x) exact = !exact;
       }
-      if (!nearEdge) EXPECT_EQ(IsPointInside(polygon, p), exact) << "round " << round;
+      if (!nearEdge) { EXPECT_EQ(IsPointInside(polygon, p), exact) << "round " << round; }
     }
   }
 }

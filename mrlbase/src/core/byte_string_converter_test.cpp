@@ -146,22 +146,20 @@ TEST(ByteStringConverterTest, RandomTextDecodesLikeThePlainDecoder) {
     std::string text;
     const uint32_t pieces = pick(1, 30);
     for (uint32_t p = 0; p < pieces; ++p) {
-      switch (pick(0, 7)) {
+      switch (pick(0, 5)) {
         case 0: text += std::string(pick(0, 40), static_cast<char>(pick(0x20, 0x7E))); break;
-        case 1: text += EncodeOne(pick(0x80, 0x7FF)); break;
-        case 2: for (uint32_t k = pick(1, 40); k > 0; --k) text += EncodeOne(pick(0x4E00, 0x9FFF)); break;
-        case 3:  // characters of every size mixed, as in most text
+        case 1: for (uint32_t k = pick(1, 40); k > 0; --k) text += EncodeOne(pick(0x4E00, 0x9FFF)); break;
+        case 2:  // characters of every size mixed, as in most text
           for (uint32_t k = pick(1, 40); k > 0; --k) {
             static const uint32_t kSizes[][2] = {{0x20, 0x7E}, {0x80, 0x7FF}, {0x800, 0xD7FF}, {0x10000, 0x10FFFF}};
             const auto& size = kSizes[pick(0, 3)];
             text += EncodeOne(pick(size[0], size[1]));
           }
           break;
-        case 4: text += EncodeOne(pick(0x10000, 0x10FFFF)); break;
-        case 5: text += EncodeOne(pick(0x800, 0x10FFFF)).substr(0, pick(1, 2)); break;
+        case 3: text += EncodeOne(pick(0x800, 0x10FFFF)).substr(0, pick(1, 2)); break;
         // Runs of stray continuation bytes yield more units than the other bytes, so the result must
         // grow past its first size.
-        case 6: text += std::string(pick(1, 64), static_cast<char>(pick(0x80, 0xBF))); break;
+        case 4: text += std::string(pick(1, 64), static_cast<char>(pick(0x80, 0xBF))); break;
         default: text += static_cast<char>(pick(0, 255)); break;
       }
     }
@@ -265,18 +263,6 @@ TEST(ByteStringConverterTest, CodesetNamesReadAsUtf8) {
     EXPECT_TRUE(mrl_platform::IsUtf8Codeset(name)) << (name ? name : "(null)");
   }
   for (const char* name : {"ISO-8859-1", "UTF-16", "UTF-8-EXTRA-LONG-NAME"}) EXPECT_FALSE(mrl_platform::IsUtf8Codeset(name)) << name;
-}
-
-TEST(ByteStringConverterTest, LocalEncodingInALatin1Locale) {
-  const std::string saved = std::setlocale(LC_CTYPE, nullptr);
-  const char* found = nullptr;
-  for (const char* name : {"en_US.ISO-8859-1", "en_US", "de_DE.ISO-8859-1", "de_DE"}) {
-    if (!found && std::setlocale(LC_CTYPE, name)) found = name;
-  }
-  if (!found) GTEST_SKIP() << "no ISO-8859-1 locale is installed";
-  EXPECT_EQ(std::wstring(L"caf\xE9"), Wide(Conv::local_to_unicode("caf\xE9", -1)));
-  EXPECT_EQ(std::string("caf\xE9 ?"), Bytes(Conv::unicode_to_local(L"caf\xE9 \x20AC", -1)));
-  std::setlocale(LC_CTYPE, saved.c_str());
 }
 
 // The named-codeset paths run through the system converter, so they can be checked without a

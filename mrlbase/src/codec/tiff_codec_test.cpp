@@ -48,6 +48,13 @@ Bytes Pack(const std::vector<uint32_t>& samples, unsigned bits, size_t perRow) {
   return out;
 }
 
+// 16-bit samples in the machine's order (a little-endian host).
+Bytes Deep(const std::vector<uint32_t>& samples) {
+  Bytes out;
+  for (uint32_t s : samples) out.insert(out.end(), {static_cast<uint8_t>(s), static_cast<uint8_t>(s >> 8)});
+  return out;
+}
+
 // libtiff on its own: one directory per page of packed rows (16-bit samples in the machine's
 // order), with `tags` set on top of the layout; tiled pages go in 16 x 16 tiles.
 Bytes WriteTiff(const std::vector<Page>& pages, const std::vector<Bytes>& rows, const std::function<void(TIFF*)>& tags = {}) {
@@ -110,9 +117,7 @@ Bytes WriteTiff(const std::vector<Page>& pages) {
         for (int s = 0; s < pg.samples; ++s) v.push_back(Sample(x, y, s, static_cast<int>(p), pg.bits));
       }
     }
-    Bytes deep;   // little-endian host
-    for (uint32_t s : v) deep.insert(deep.end(), {static_cast<uint8_t>(s), static_cast<uint8_t>(s >> 8)});
-    rows.push_back(pg.bits == 16 ? deep : Pack(v, pg.bits, static_cast<size_t>(pg.w) * pg.samples));
+    rows.push_back(pg.bits == 16 ? Deep(v) : Pack(v, pg.bits, static_cast<size_t>(pg.w) * pg.samples));
   }
   return WriteTiff(pages, rows, [](TIFF* t) { TIFFSetField(t, TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE); });
 }
@@ -222,12 +227,7 @@ TEST(TiffCodec, LabShowsItsWhiteAsWhite) {
       v.push_back(static_cast<uint32_t>(p[0] * full / 100 + 0.5));
       for (int c = 1; c < 3; ++c) v.push_back((static_cast<uint32_t>(static_cast<int32_t>(p[c] * unit)) + middle) & mask);
     }
-    Bytes out;
-    for (uint32_t s : v) {
-      if (bits == 8) out.push_back(static_cast<uint8_t>(s));
-      else out.insert(out.end(), {static_cast<uint8_t>(s), static_cast<uint8_t>(s >> 8)});   // little-endian host
-    }
-    return out;
+    return bits == 8 ? Pack(v, 8, v.size()) : Deep(v);
   };
   const float d65[2] = {0.3127f, 0.3290f}, tungsten[2] = {0.4476f, 0.4074f};
   const struct {
@@ -261,13 +261,10 @@ TEST(TiffCodec, DeepGrayAndCmykNarrowLikeTheirSiblings) {
 
   // 16-bit CMYK gives what the same ink at 8 bits gives; cyan, red, black, none and a mix.
   const uint8_t ink[5][4] = {{255, 0, 0, 0}, {0, 255, 255, 0}, {0, 0, 0, 255}, {0, 0, 0, 0}, {40, 90, 160, 30}};
-  Bytes eight, sixteen;
-  for (const auto& p : ink) {
-    for (uint8_t v : p) {
-      eight.push_back(v);
-      sixteen.insert(sixteen.end(), {v, v});   // v * 257
-    }
-  }
+  const Bytes eight(&ink[0][0], &ink[0][0] + 20);
+  std::vector<uint32_t> wide;
+  for (uint8_t v : eight) wide.push_back(v * 257u);
+  const Bytes sixteen = Deep(wide);
   auto narrow = Decode(WriteRows(5, 1, 8, 4, PHOTOMETRIC_SEPARATED, eight));
   auto deep = Decode(WriteRows(5, 1, 16, 4, PHOTOMETRIC_SEPARATED, sixteen));
   ASSERT_NE(narrow, nullptr);

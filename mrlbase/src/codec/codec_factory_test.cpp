@@ -15,19 +15,12 @@ constexpr CA_ImageFormat kWritable[] = {CA_IMAGE_Bmp, CA_IMAGE_Png, CA_IMAGE_Tif
 
 TEST(CodecFactory, SignaturesNameTheFormat) {
   const std::pair<std::string, CA_ImageFormat> cases[] = {
-      {{"BM\0\0\0\0", 6}, CA_IMAGE_Bmp},
-      {"GIF89a..", CA_IMAGE_Gif},
-      {"\xFF\xD8\xFF\xE0", CA_IMAGE_Jpeg},
-      {{"\0\0\0\x0CjP  \r\n\x87\n\0\0", 14}, CA_IMAGE_Jpeg2000},
-      {{"\xFF\x4F\xFF\x51\0\0", 6}, CA_IMAGE_Jpeg2000},
-      {"\x97JB2\r\n\x1a\n\x01", CA_IMAGE_Jb2},
-      {"\x89PNG\r\n\x1a\n", CA_IMAGE_Png},
-      {{"II*\0\x08\0\0\0", 8}, CA_IMAGE_Tif},
-      {{"MM\0*\0\0\0\x08", 8}, CA_IMAGE_Tif},
+      {{"BM\0\0\0\0", 6}, CA_IMAGE_Bmp}, {"GIF89a..", CA_IMAGE_Gif}, {"\xFF\xD8\xFF\xE0", CA_IMAGE_Jpeg},
+      {{"\0\0\0\x0CjP  \r\n\x87\n\0\0", 14}, CA_IMAGE_Jpeg2000}, {{"\xFF\x4F\xFF\x51\0\0", 6}, CA_IMAGE_Jpeg2000},
+      {"\x97JB2\r\n\x1a\n\x01", CA_IMAGE_Jb2}, {"\x89PNG\r\n\x1a\n", CA_IMAGE_Png},
+      {{"II*\0\x08\0\0\0", 8}, CA_IMAGE_Tif}, {{"MM\0*\0\0\0\x08", 8}, CA_IMAGE_Tif},
       // near misses and short streams are unknown
-      {"GIF88a", CA_IMAGE_None},
-      {"\x89PNG\r\n\x1a", CA_IMAGE_None},
-      {"", CA_IMAGE_None},
+      {"GIF88a", CA_IMAGE_None}, {"\x89PNG\r\n\x1a", CA_IMAGE_None}, {"", CA_IMAGE_None},
   };
   for (const auto& c : cases) EXPECT_EQ(Sniff(Bytes(c.first.begin(), c.first.end())), c.second) << c.first;
   EXPECT_EQ(CA_GetImageFormat(nullptr), CA_IMAGE_None);

@@ -50,18 +50,10 @@ TEST_F(FileInfoTest, FlagsReportKindAndPermissionsAskedFor) {
   const std::string file = MakeFile("f.txt", "x");
   const std::string dir = MakeDir("d");
   const std::string readOnly = MakeFile("ro.txt", "x", 0444);
-  const struct {
-    const std::string& path;
-    int asked, answer;
-  } rows[] = {
-      {file, 2, 0},  // without the value 1 nothing is asked
-      {file, 3, 3}, {dir, 3, 1}, {dir, 5, 5}, {file, 7, 3},
-      {dir, 9, 1},  // 8 has no meaning
-      {readOnly, 49, 17}, {file, -1, 51},
-  };
-  for (const auto& row : rows) {
-    EXPECT_EQ(CheckFilePath(row.path.c_str(), row.asked), row.answer) << row.path << " " << row.asked;
-  }
+  // Without the value 1 nothing is asked; 8 has no meaning.
+  const struct { const std::string& path; int asked, answer; } rows[] = {
+      {file, 2, 0}, {file, 3, 3}, {dir, 3, 1}, {dir, 5, 5}, {file, 7, 3}, {dir, 9, 1}, {readOnly, 49, 17}, {file, -1, 51}};
+  for (const auto& row : rows) EXPECT_EQ(CheckFilePath(row.path.c_str(), row.asked), row.answer) << row.path << row.asked;
   EXPECT_EQ(CheckFilePath(At("missing").c_str(), 3) + CheckFilePath(static_cast<const char*>(nullptr), 63), 0);
 
   const std::wstring wideFile(file.begin(), file.end());

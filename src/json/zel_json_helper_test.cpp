@@ -93,26 +93,14 @@ TEST(ZELJsonHelperFromTest, StringArraysOneStringPerElement) {
 // ---- Scalars ----
 
 TEST(ZELJsonHelperScalarTest, EveryNodeKindConverts) {
-  const struct {
-    const char* json;
-    int toInt;
-    unsigned int toUint;
-    double toDouble;
-    bool toBoolean;
-  } rows[] = {
-      {"null", -1, 0, 0, false},
-      {"\"12abc\"", 12, 12, 12, false},
-      {"\"1.5x\"", 1, 1, 1.5, false},
-      {"\"true\"", 0, 0, 0, true},
-      {"2.9", 2, 2, 2.9, true},
+  const struct { const char* json; int toInt; unsigned int toUint; double toDouble; bool toBoolean; } rows[] = {
+      {"null", -1, 0, 0, false}, {"\"12abc\"", 12, 12, 12, false}, {"\"1.5x\"", 1, 1, 1.5, false},
+      {"\"true\"", 0, 0, 0, true}, {"2.9", 2, 2, 2.9, true}, {"0.0", 0, 0, 0, false}, {"true", 1, 1, 1, true},
       {"-2.9", -2, 4294967294u, -2.9, true},  // low 32 bits of the 64-bit truncation
-      {"0.0", 0, 0, 0, false},
       {"3e10", INT_MIN, static_cast<unsigned int>(30000000000ull), 3e10, true},
       {"1e20", INT_MIN, 0, 1e20, true},  // outside 64 bits as well
-      {"true", 1, 1, 1, true},
       {"4294967295", -1, 4294967295u, 4294967295.0, true},  // kept positive as a number
-      {"5000000000", -1, 0, 0, false},                      // 64-bit integers are not read
-      {"[1]", -1, 0, 0, false},
+      {"5000000000", -1, 0, 0, false}, {"[1]", -1, 0, 0, false},  // 64-bit integers are not read
   };
   for (const auto& row : rows) {
     const auto root = Parse(std::string("[") + row.json + "]");
@@ -134,11 +122,7 @@ TEST(ZELJsonHelperScalarTest, EveryNodeKindConverts) {
 }
 
 TEST(ZELJsonHelperScalarTest, ToStringOfScalars) {
-  const struct {
-    const char* json;
-    int places;
-    const char* text;
-  } rows[] = {
+  const struct { const char* json; int places; const char* text; } rows[] = {
       {"3.14159", 2, "3.14"},     {"3.14159", -4, "3.141590"}, {"2.0", 3, "2.000"},
       {"-7", 2, "-7"},            {"4294967295", 2, "4294967295"}, {"\"a\\u0000b\"", 2, "a"},
       {"true", 2, "true"},        {"null", 2, ""},             {"{}", 2, ""},
@@ -185,11 +169,7 @@ TEST(ZELJsonHelperScalarTest, ToStringGivesLongTextsWhole) {
 // ---- Shapes ----
 
 TEST(ZELJsonHelperShapeTest, ColorsFromLenientUnmaskedElements) {
-  const struct {
-    const char* json;
-    CA_ColorSpace space;
-    unsigned int word;
-  } rows[] = {
+  const struct { const char* json; CA_ColorSpace space; unsigned int word; } rows[] = {
       {"[\"255\", true, 2.9]", CA_COLORSPACE_Rgb, 0x000201FFu},
       {"[255]", CA_COLORSPACE_Rgb, 0xFFFFFFFFu},  // the two missing elements are -1
       {"[1, 2, 3]", CA_COLORSPACE_Argb, 0xFFFFFFFFu},

@@ -172,7 +172,7 @@ TEST(ByteStringConverterTest, RandomTextDecodesLikeThePlainDecoder) {
 TEST(ByteStringConverterTest, EveryLengthEndsWhereTheTextEnds) {
   for (const char* before : {"", "\xC3\xA9", "\xE4\xB8\xAD", "\xF0\x9F\x98\x80"}) {
     const std::wstring head = ReferenceDecode(before);
-    for (size_t length = 0; length < 200; ++length) {
+    for (size_t length = 0; length < 140; ++length) {
       std::string text(before);
       std::wstring expected(head);
       for (size_t k = 0; k < length; ++k) {
@@ -259,9 +259,7 @@ TEST(ByteStringConverterTest, LocalEncodingInUtf8AndAsciiLocalesIsUtf8) {
 }
 
 TEST(ByteStringConverterTest, CodesetNamesReadAsUtf8) {
-  for (const char* name : {"utf8", "UTF_8", "ANSI_X3.4-1968", "", static_cast<const char*>(nullptr)}) {
-    EXPECT_TRUE(mrl_platform::IsUtf8Codeset(name)) << (name ? name : "(null)");
-  }
+  for (const char* name : {"utf8", "UTF_8", "ANSI_X3.4-1968", "", static_cast<const char*>(nullptr)}) EXPECT_TRUE(mrl_platform::IsUtf8Codeset(name));
   for (const char* name : {"ISO-8859-1", "UTF-16", "UTF-8-EXTRA-LONG-NAME"}) EXPECT_FALSE(mrl_platform::IsUtf8Codeset(name)) << name;
 }
 

@@ -123,7 +123,14 @@ void ExpectSameAsReference(const CCA_Dib& dib, const char* what) {
 
 TEST(GetAutoCalClipRect, FindsStrongEdgesWithAMarginOfOne) {
   // A page with a block (x0 > x1 for none); the rectangle found, null for none.
-  struct Case { const char* what; int w, h; unsigned background; int x0, y0, x1, y1; unsigned colour; const char* expected; } cases[] = {
+  struct Case {
+    const char* what;
+    int w, h;
+    unsigned background;
+    int x0, y0, x1, y1;
+    unsigned colour;
+    const char* expected;
+  } cases[] = {
       {"flat: every gradient is 0", 20, 16, 0xFFFFFFFF, 1, 0, 0, 0, 0, nullptr},
       {"black block", 20, 16, 0xFFFFFFFF, 8, 6, 11, 8, 0xFF000000, "6,4,13,10"},
       {"light gray: only middle values, cleared by linking", 20, 16, 0xFFFFFFFF, 8, 6, 11, 8, 0xFFF0F0F0, nullptr},

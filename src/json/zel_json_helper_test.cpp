@@ -58,14 +58,8 @@ TEST(ZELJsonHelperFromTest, NumberArraysKeepElementKinds) {
   CMRL_ArrayTemplate<unsigned int> dwords;
   CMRL_TSArrayTemplate<CMRL_ArrayTemplate, int> ints;
   CMRL_TSArrayTemplate<CMRL_ArrayTemplate, float> floats;
-  bytes.Add(0);
-  bytes.Add(255);
-  words.Add(65535);
-  dwords.Add(4294967295u);
-  ints.Add(-1);
-  ints.Add(INT_MIN);
-  floats.Add(0.1f);
-  floats.Add(2.0f);
+  bytes.Add(0), bytes.Add(255), words.Add(65535), dwords.Add(4294967295u);
+  ints.Add(-1), ints.Add(INT_MIN), floats.Add(0.1f), floats.Add(2.0f);
   EXPECT_EQ(Text(ZELJsonHelper::FromByteArray(bytes)), "[0,255]");
   EXPECT_EQ(Text(ZELJsonHelper::FromWordArray(words)), "[65535]");
   EXPECT_EQ(Text(ZELJsonHelper::FromDWordArray(dwords)), "[4294967295]");  // unsigned, not -1

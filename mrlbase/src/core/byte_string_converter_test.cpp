@@ -78,7 +78,6 @@ TEST(ByteStringConverterTest, IllFormedUtf8GivesOneReplacementPerMaximalSubpart)
       {"\xC0\xAF", {R, R}},                      // overlong lead, then a stray continuation
       {"\xE2\x82\x41", {R, L'A'}},               // truncated three-byte sequence
       {"\xED\xA0\x80", {R, R, R}},               // a surrogate
-      {"\xF0\x80\x80\x80", {R, R, R, R}},        // overlong four-byte
       {"\xF4\x90\x80\x80", {R, R, R, R}},        // above U+10FFFF
       {"\xF0\x9F\x98", {R}},                     // truncated at the end: one
       {"\xF0\x9F\xC3\xA9", {R, 0xE9}},           // a new lead ends the old sequence

@@ -30,21 +30,30 @@ TEST(ZELJsonHelperFromTest, ColorWordsUnpackByColorSpace) {
   EXPECT_EQ(Text(ZELJsonHelper::FromGray(word)), "[51]");
   EXPECT_EQ(Text(ZELJsonHelper::FromRGB(word)), "[51,34,17]");  // red, the lowest byte, first
   EXPECT_EQ(Text(ZELJsonHelper::FromCMYK(word)), "[68,17,34,51]");
+  EXPECT_EQ(Text(ZELJsonHelper::FromARGB(0xFFFFFFFFu)), "[255,255,255,255]");
+  EXPECT_EQ(Text(ZELJsonHelper::FromColor(CA_COLORSPACE_Gray, word)), Text(ZELJsonHelper::FromGray(word)));
   EXPECT_EQ(Text(ZELJsonHelper::FromColor(CA_COLORSPACE_Rgb, word)), Text(ZELJsonHelper::FromRGB(word)));
   EXPECT_EQ(Text(ZELJsonHelper::FromColor(CA_COLORSPACE_Argb, word)), "[68,17,34,51]");
-  for (int space : {0, 4}) EXPECT_EQ(ZELJsonHelper::FromColor(static_cast<CA_ColorSpace>(space), word), nullptr);
+  for (int space : {0, 4, -1}) {
+    EXPECT_EQ(ZELJsonHelper::FromColor(static_cast<CA_ColorSpace>(space), word), nullptr) << space;
+  }
 }
 
 TEST(ZELJsonHelperFromTest, ShapesByPositionWithTheirNumberKinds) {
+  EXPECT_EQ(Text(ZELJsonHelper::FromRect(CMRL_DeviceRectTemplate<int>(1, 2, 30, 40))), "[1,2,30,40]");
   EXPECT_EQ(Text(ZELJsonHelper::FromRect(CMRL_DeviceRectTemplate<int>(10, 0, -5, -1))), "[10,0,-5,-1]");
   EXPECT_EQ(Text(ZELJsonHelper::FromPoint(CMRL_PSVTemplate<int>(-3, 4))), "[-3,4]");
+  EXPECT_EQ(Text(ZELJsonHelper::FromSize(CMRL_PSVTemplate<int>(-3, 4))), "[-3,4]");
   // Float shapes store floating point, so whole values print with a fraction.
+  EXPECT_EQ(Text(ZELJsonHelper::FromPointF(CMRL_PSVTemplate<float>(1.5f, -2.0f))), "[1.5,-2.0]");
+  EXPECT_EQ(Text(ZELJsonHelper::FromSizeF(CMRL_PSVTemplate<float>(1.5f, -2.0f))), "[1.5,-2.0]");
   EXPECT_EQ(Text(ZELJsonHelper::FromRectF(MRL_DeviceRectF(0.5f, 1, 2, 3.25f))), "[0.5,1.0,2.0,3.25]");
   EXPECT_EQ(Text(ZELJsonHelper::FromMatrix(CMRL_Matrix(2, 0.5f, -1, 4, 10, 20))), "[2.0,0.5,-1.0,4.0,10.0,20.0]");
 }
 
 TEST(ZELJsonHelperFromTest, PathGivesOnePairPerPoint) {
   CCA_Path path;
+  EXPECT_EQ(Text(ZELJsonHelper::FromPath(path)), "[]");
   path.MoveTo(0, 0.5f);
   path.LineTo(10, 0);
   path.BezierTo(1, 2, 3, 4, 5, 6);
@@ -58,8 +67,15 @@ TEST(ZELJsonHelperFromTest, NumberArraysKeepElementKinds) {
   CMRL_ArrayTemplate<unsigned int> dwords;
   CMRL_TSArrayTemplate<CMRL_ArrayTemplate, int> ints;
   CMRL_TSArrayTemplate<CMRL_ArrayTemplate, float> floats;
-  bytes.Add(0), bytes.Add(255), words.Add(65535), dwords.Add(4294967295u);
-  ints.Add(-1), ints.Add(INT_MIN), floats.Add(0.1f), floats.Add(2.0f);
+  EXPECT_EQ(Text(ZELJsonHelper::FromByteArray(bytes)) + Text(ZELJsonHelper::FromFloatArray(floats)), "[][]");
+  bytes.Add(0);
+  bytes.Add(255);
+  words.Add(65535);
+  dwords.Add(4294967295u);
+  ints.Add(-1);
+  ints.Add(INT_MIN);
+  floats.Add(0.1f);
+  floats.Add(2.0f);
   EXPECT_EQ(Text(ZELJsonHelper::FromByteArray(bytes)), "[0,255]");
   EXPECT_EQ(Text(ZELJsonHelper::FromWordArray(words)), "[65535]");
   EXPECT_EQ(Text(ZELJsonHelper::FromDWordArray(dwords)), "[4294967295]");  // unsigned, not -1
@@ -70,6 +86,7 @@ TEST(ZELJsonHelperFromTest, NumberArraysKeepElementKinds) {
 
 TEST(ZELJsonHelperFromTest, StringArraysOneStringPerElement) {
   CMRL_TSArrayTemplate<CMRL_ObjectArray, CMRL_ByteString> bytes;
+  EXPECT_EQ(Text(ZELJsonHelper::FromStringArray(bytes)), "[]");
   bytes.Add(CMRL_ByteString("a"));
   bytes.Add(CMRL_ByteString());                      // an empty element keeps its place
   bytes.Add(CMRL_ByteString("x\0y", 3));             // cut at the zero byte
@@ -77,24 +94,48 @@ TEST(ZELJsonHelperFromTest, StringArraysOneStringPerElement) {
   EXPECT_EQ(Text(ZELJsonHelper::FromStringArray(bytes)), "[\"a\",\"\",\"x\",\"caf\xC3\xA9 \\\"q\\\"\"]");
 
   CMRL_TSArrayTemplate<CMRL_ObjectArray, CMRL_WideString> wides;
+  EXPECT_EQ(Text(ZELJsonHelper::FromStringArray(wides)), "[]");
   wides.Add(CMRL_WideString(L"caf\u00E9"));
+  wides.Add(CMRL_WideString());
   wides.Add(CMRL_WideString(L"\u65E5\U0001F600"));
   wides.Add(CMRL_WideString(L"ab\0cd", 5));  // conversion stops at the first zero unit
   EXPECT_EQ(Text(ZELJsonHelper::FromStringArray(wides)),
-            "[\"caf\xC3\xA9\",\"\xE6\x97\xA5\xF0\x9F\x98\x80\",\"ab\"]");
+            "[\"caf\xC3\xA9\",\"\",\"\xE6\x97\xA5\xF0\x9F\x98\x80\",\"ab\"]");
 }
 
 // ---- Scalars ----
 
 TEST(ZELJsonHelperScalarTest, EveryNodeKindConverts) {
-  const struct { const char* json; int toInt; unsigned int toUint; double toDouble; bool toBoolean; } rows[] = {
-      {"null", -1, 0, 0, false}, {"\"12abc\"", 12, 12, 12, false}, {"\"1.5x\"", 1, 1, 1.5, false},
-      {"\"true\"", 0, 0, 0, true}, {"2.9", 2, 2, 2.9, true}, {"0.0", 0, 0, 0, false}, {"true", 1, 1, 1, true},
+  const struct {
+    const char* json;
+    int toInt;
+    unsigned int toUint;
+    double toDouble;
+    bool toBoolean;
+  } rows[] = {
+      {"null", -1, 0, 0, false},
+      {"\"12abc\"", 12, 12, 12, false},
+      {"\"abc\"", 0, 0, 0, false},
+      {"\"-1\"", -1, 4294967295u, -1, false},
+      {"\"1.5x\"", 1, 1, 1.5, false},
+      {"\"true\"", 0, 0, 0, true},
+      {"\"TRUE\"", 0, 0, 0, false},
+      {"\"1\"", 1, 1, 1, false},
+      {"2.9", 2, 2, 2.9, true},
       {"-2.9", -2, 4294967294u, -2.9, true},  // low 32 bits of the 64-bit truncation
+      {"0.5", 0, 0, 0.5, true},
+      {"0.0", 0, 0, 0, false},
       {"3e10", INT_MIN, static_cast<unsigned int>(30000000000ull), 3e10, true},
       {"1e20", INT_MIN, 0, 1e20, true},  // outside 64 bits as well
+      {"true", 1, 1, 1, true},
+      {"false", 0, 0, 0, false},
+      {"0", 0, 0, 0, false},
+      {"-7", -7, 4294967289u, -7, true},
       {"4294967295", -1, 4294967295u, 4294967295.0, true},  // kept positive as a number
-      {"5000000000", -1, 0, 0, false}, {"[1]", -1, 0, 0, false},  // 64-bit integers are not read
+      {"5000000000", -1, 0, 0, false},                      // 64-bit integers are not read
+      {"-5000000000", -1, 0, 0, false},
+      {"[1]", -1, 0, 0, false},
+      {"{\"a\":1}", -1, 0, 0, false},
   };
   for (const auto& row : rows) {
     const auto root = Parse(std::string("[") + row.json + "]");
@@ -116,11 +157,17 @@ TEST(ZELJsonHelperScalarTest, EveryNodeKindConverts) {
 }
 
 TEST(ZELJsonHelperScalarTest, ToStringOfScalars) {
-  const struct { const char* json; int places; const char* text; } rows[] = {
-      {"3.14159", 2, "3.14"},     {"3.14159", -4, "3.141590"}, {"2.0", 3, "2.000"},
-      {"-7", 2, "-7"},            {"4294967295", 2, "4294967295"}, {"\"a\\u0000b\"", 2, "a"},
-      {"true", 2, "true"},        {"null", 2, ""},             {"{}", 2, ""},
-      {"5000000000", 2, ""},
+  const struct {
+    const char* json;
+    int places;
+    const char* text;
+  } rows[] = {
+      {"3.14159", 2, "3.14"},     {"3.14159", 0, "3.141590"},  {"3.14159", -4, "3.141590"},
+      {"2.5", 1, "2.5"},          {"-0.125", 3, "-0.125"},     {"2.0", 3, "2.000"},
+      {"-7", 2, "-7"},            {"4294967295", 2, "4294967295"}, {"2147483648", 0, "2147483648"},
+      {"\"12abc\"", 2, "12abc"},  {"\"a\\u0000b\"", 2, "a"},   {"true", 2, "true"},
+      {"false", 0, "false"},      {"null", 2, ""},             {"[1]", 2, ""},
+      {"{}", 2, ""},              {"5000000000", 2, ""},       {"-5000000000", 2, ""},
   };
   for (const auto& row : rows) {
     const auto root = Parse(std::string("[") + row.json + "]");
@@ -145,7 +192,7 @@ TEST(ZELJsonHelperScalarTest, ToStringGivesLongTextsWhole) {
   root->InsertDouble(-1, -std::numeric_limits<double>::infinity());
   root->InsertDouble(-1, std::numeric_limits<double>::quiet_NaN());
   const double tiny = std::numeric_limits<double>::denorm_min();
-  for (int places : {1075, 3000}) {
+  for (int places : {1074, 1075, 3000}) {
     std::string reference(static_cast<size_t>(places) + 3, '\0');
     reference.resize(static_cast<size_t>(std::snprintf(&reference[0], reference.size(), "%.*f", places, tiny)));
     EXPECT_EQ(std::string(ZELJsonHelper::ToString(root->GetChild(2), places).c_str()), reference) << places;
@@ -158,27 +205,46 @@ TEST(ZELJsonHelperScalarTest, ToStringGivesLongTextsWhole) {
   // A text longer than any string can hold is the one case that gives up.
   EXPECT_TRUE(ZELJsonHelper::ToString(root->GetChild(0), INT_MAX).IsEmpty());
 
+  // The separator form gives an empty array whatever the node.
+  EXPECT_EQ(ZELJsonHelper::ToString(Parse("[\"a,b\"]")->GetChild(0), ",").GetSize(), 0);
+  EXPECT_EQ(ZELJsonHelper::ToString(root, static_cast<const char*>(nullptr)).GetSize(), 0);
 }
 
 // ---- Shapes ----
 
 TEST(ZELJsonHelperShapeTest, ColorsFromLenientUnmaskedElements) {
-  const struct { const char* json; CA_ColorSpace space; unsigned int word; } rows[] = {
+  const struct {
+    const char* json;
+    CA_ColorSpace space;
+    unsigned int word;
+  } rows[] = {
       {"[\"255\", true, 2.9]", CA_COLORSPACE_Rgb, 0x000201FFu},
       {"[255]", CA_COLORSPACE_Rgb, 0xFFFFFFFFu},  // the two missing elements are -1
+      {"[0, 256, 0]", CA_COLORSPACE_Rgb, 0x00010000u},
       {"[1, 2, 3]", CA_COLORSPACE_Argb, 0xFFFFFFFFu},
+      {"[1, 2, 3, 4, 5]", CA_COLORSPACE_Argb, 0x01020304u},
+      {"[128]", CA_COLORSPACE_Gray, 0x00808080u},
       {"[300]", CA_COLORSPACE_Gray, 0x012D2D2Cu},
       {"[]", CA_COLORSPACE_Gray, 0xFFFFFFFFu},
   };
   for (const auto& row : rows) {
     const auto node = Parse(row.json);
-    unsigned int word = 0;
-    ASSERT_TRUE(ZELJsonHelper::ToColor(node, row.space, word)) << row.json;
-    EXPECT_EQ(word, row.word) << row.json;
+    unsigned int viaColor = 0;
+    unsigned int direct = 0;
+    ASSERT_TRUE(ZELJsonHelper::ToColor(node, row.space, viaColor)) << row.json;
+    EXPECT_EQ(viaColor, row.word) << row.json;
+    switch (row.space) {
+      case CA_COLORSPACE_Gray: ASSERT_TRUE(ZELJsonHelper::ToGray(node, direct)); break;
+      case CA_COLORSPACE_Rgb: ASSERT_TRUE(ZELJsonHelper::ToRGB(node, direct)); break;
+      default: ASSERT_TRUE(ZELJsonHelper::ToCMYK(node, direct)); break;
+    }
+    EXPECT_EQ(direct, row.word) << row.json;
   }
 
   unsigned int word = 0xCAFEu;
-  EXPECT_FALSE(ZELJsonHelper::ToColor(Parse("[1, 2, 3]"), static_cast<CA_ColorSpace>(4), word));
+  for (int space : {0, 4, -1}) {
+    EXPECT_FALSE(ZELJsonHelper::ToColor(Parse("[1, 2, 3]"), static_cast<CA_ColorSpace>(space), word));
+  }
   EXPECT_FALSE(ZELJsonHelper::ToColor(Parse("{}"), CA_COLORSPACE_Rgb, word));
   EXPECT_FALSE(ZELJsonHelper::ToARGB(Parse("{\"a\": 1}"), word));
   EXPECT_EQ(word, 0xCAFEu);
@@ -186,6 +252,8 @@ TEST(ZELJsonHelperShapeTest, ColorsFromLenientUnmaskedElements) {
 
 TEST(ZELJsonHelperShapeTest, MissingElementsReadAsDefaults) {
   CMRL_DeviceRectTemplate<int> rect(9, 9, 9, 9);
+  ASSERT_TRUE(ZELJsonHelper::ToRect(Parse("[1, 2]"), rect));
+  EXPECT_EQ(rect, CMRL_DeviceRectTemplate<int>(1, 2, -1, -1));
   ASSERT_TRUE(ZELJsonHelper::ToRect(Parse("[10, 20, 5, 6, 99]"), rect));
   EXPECT_EQ(rect, CMRL_DeviceRectTemplate<int>(10, 20, 5, 6));  // not normalised, extra ignored
 
@@ -193,13 +261,23 @@ TEST(ZELJsonHelperShapeTest, MissingElementsReadAsDefaults) {
   ASSERT_TRUE(ZELJsonHelper::ToRectF(Parse("[0.5, \"2.5\"]"), rectF));
   EXPECT_EQ(rectF, MRL_DeviceRectF(0.5f, 2.5f, 0, 0));
 
+  CMRL_PSVTemplate<float> pointF(9, 9);
+  ASSERT_TRUE(ZELJsonHelper::ToPointF(Parse("[1]"), pointF));
+  EXPECT_EQ(pointF, CMRL_PSVTemplate<float>(1, 0));
+  ASSERT_TRUE(ZELJsonHelper::ToSizeF(Parse("[null, true]"), pointF));
+  EXPECT_EQ(pointF, CMRL_PSVTemplate<float>(0, 1));
+
   CMRL_PSVTemplate<int> point(9, 9);
+  ASSERT_TRUE(ZELJsonHelper::ToPoint(Parse("[]"), point));
+  EXPECT_EQ(point, CMRL_PSVTemplate<int>(-1, -1));
   ASSERT_TRUE(ZELJsonHelper::ToSize(Parse("[2.9, \"7px\", 3]"), point));
   EXPECT_EQ(point, CMRL_PSVTemplate<int>(2, 7));
 
   CMRL_Matrix matrix(2, 2, 2, 2, 2, 2);
   ASSERT_TRUE(ZELJsonHelper::ToMatrix(Parse("[]"), matrix));
   EXPECT_EQ(matrix, CMRL_Matrix(0, 0, 0, 0, 0, 0));  // zeros, not the identity
+  ASSERT_TRUE(ZELJsonHelper::ToMatrix(Parse("[1, 0.5, -1, 4, 10, 20.25, 7]"), matrix));
+  EXPECT_EQ(matrix, CMRL_Matrix(1, 0.5f, -1, 4, 10, 20.25f));
 }
 
 TEST(ZELJsonHelperShapeTest, FloatShapesRoundTripThroughText) {
@@ -208,6 +286,10 @@ TEST(ZELJsonHelperShapeTest, FloatShapesRoundTripThroughText) {
   CMRL_Matrix matrixBack;
   ASSERT_TRUE(ZELJsonHelper::ToMatrix(Parse(Text(ZELJsonHelper::FromMatrix(matrix))), matrixBack));
   EXPECT_EQ(matrixBack, matrix);
+  const MRL_DeviceRectF rectF(0.1f, 1.0f / 7, -2.5f, 1e-7f);
+  MRL_DeviceRectF rectFBack;
+  ASSERT_TRUE(ZELJsonHelper::ToRectF(Parse(Text(ZELJsonHelper::FromRectF(rectF))), rectFBack));
+  EXPECT_EQ(rectFBack, rectF);
 }
 
 // ---- Arrays ----
@@ -224,6 +306,9 @@ TEST(ZELJsonHelperArrayTest, NumbersAreCutToElementWidthAndAppended) {
   bytes.Add(9);  // what was there stays in front
   ASSERT_TRUE(ZELJsonHelper::ToByteArray(Parse("[300, -1, 1]"), bytes));
   EXPECT_EQ(Items(bytes), (std::vector<unsigned char>{9, 44, 255, 1}));
+  CMRL_ArrayTemplate<unsigned short> words;
+  ASSERT_TRUE(ZELJsonHelper::ToWordArray(Parse("[65541, -1]"), words));
+  EXPECT_EQ(Items(words), (std::vector<unsigned short>{5, 65535}));
 
   // Only 32-bit integers count: texts, fractions, booleans and 64-bit numbers give 0.
   CMRL_ArrayTemplate<unsigned int> dwords;
@@ -252,19 +337,32 @@ TEST(ZELJsonHelperArrayTest, NonArraysAreRefusedAndOutputsKept) {
   CMRL_ArrayTemplate<unsigned char> bytes;
   bytes.Add(3);
   EXPECT_TRUE(ZELJsonHelper::ToByteArray(Parse("[]"), bytes));
+  CMRL_ArrayTemplate<unsigned short> words;
+  CMRL_ArrayTemplate<unsigned int> dwords;
   CMRL_TSArrayTemplate<CMRL_ArrayTemplate, float> floats;
+  CMRL_TSArrayTemplate<CMRL_ObjectArray, CMRL_ByteString> texts;
   CMRL_TSArrayTemplate<CMRL_ObjectArray, CMRL_WideString> wides;
   CMRL_Matrix matrix(1, 2, 3, 4, 5, 6);
+  CMRL_DeviceRectTemplate<int> rect(1, 2, 3, 4);
+  CMRL_PSVTemplate<float> pointF(1, 2);
   const auto object = Parse("{\"a\": 1}");
   const auto holder = Parse("[\"1,2\"]");  // keeps the scalar view's tree alive
   for (const Node& node : {Node(object), Node(holder->GetChild(0)), Node()}) {
     EXPECT_FALSE(ZELJsonHelper::ToByteArray(node, bytes));
+    EXPECT_FALSE(ZELJsonHelper::ToWordArray(node, words));
+    EXPECT_FALSE(ZELJsonHelper::ToDWordArray(node, dwords));
     EXPECT_FALSE(ZELJsonHelper::ToFloatArray(node, floats));
+    EXPECT_FALSE(ZELJsonHelper::ToStringArray(node, texts));
     EXPECT_FALSE(ZELJsonHelper::ToStringArray(node, wides));
     EXPECT_FALSE(ZELJsonHelper::ToMatrix(node, matrix));
+    EXPECT_FALSE(ZELJsonHelper::ToRect(node, rect));
+    EXPECT_FALSE(ZELJsonHelper::ToSizeF(node, pointF));
   }
-  EXPECT_EQ(bytes.GetSize() + floats.GetSize() + wides.GetSize(), 1);
+  EXPECT_EQ(bytes.GetSize(), 1);
+  EXPECT_EQ(words.GetSize() + dwords.GetSize() + floats.GetSize() + texts.GetSize() + wides.GetSize(), 0);
   EXPECT_EQ(matrix, CMRL_Matrix(1, 2, 3, 4, 5, 6));
+  EXPECT_EQ(rect, CMRL_DeviceRectTemplate<int>(1, 2, 3, 4));
+  EXPECT_EQ(pointF, CMRL_PSVTemplate<float>(1, 2));
 }
 
 }  // namespace
